@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Prepares a fresh machine and builds the engine. Safe to run again: every step
+# checks what is already there.
+#   NUBEX_BUILD_DIR   build folder (default: build)
+#   NUBEX_BUILD_TYPE  CMake build type (default: Release)
+#   NUBEX_CMAKE_ARGS  extra CMake arguments (for example sanitizer options)
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+build_dir=${NUBEX_BUILD_DIR:-$root/build}
+build_type=${NUBEX_BUILD_TYPE:-Release}
+
+apt_packages=(build-essential cmake pkg-config libopencv-dev rapidjson-dev libgtest-dev libgmock-dev
+              libbenchmark-dev python3-venv)
+missing=()
+for p in "${apt_packages[@]}"; do
+  dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "[setup] installing Debian packages: ${missing[*]}"
+  sudo_cmd=""; [ "$(id -u)" -eq 0 ] || sudo_cmd=sudo
+  $sudo_cmd apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${missing[@]}" >/dev/null
+fi
+
+venv=$root/.venv
+if [ ! -x "$venv/bin/python" ]; then
+  echo "[setup] creating $venv"
+  python3 -m venv "$venv"
+fi
+stamp=$venv/.requirements.stamp
+if ! cmp -s "$root/requirements.txt" "$stamp" 2>/dev/null; then
+  echo "[setup] installing Python requirements"
+  "$venv/bin/pip" install -q --disable-pip-version-check -r "$root/requirements.txt"
+  cp "$root/requirements.txt" "$stamp"
+fi
+openvino_dir=$("$venv/bin/python" -c 'import openvino.utils as u; print(u.get_cmake_path())')
+
+echo "[setup] configuring $build_dir ($build_type)"
+# shellcheck disable=SC2086
+cmake -S "$root" -B "$build_dir" -DCMAKE_BUILD_TYPE="$build_type" -DOpenVINO_DIR="$openvino_dir" \
+  ${NUBEX_CMAKE_ARGS:-} >/dev/null
+echo "[setup] building"
+cmake --build "$build_dir" -j "$(nproc)"

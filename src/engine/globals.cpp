@@ -1,0 +1,34 @@
+// Every process-wide object lives in this one file, so that they are built in
+// the order written here (log streams before the registry that logs) and torn
+// down in the reverse order.
+#include "engine/globals.h"
+
+#include <iostream>
+
+#include "engine/log_stream.h"
+#include "engine/platform.h"
+
+namespace slog {
+LogStream info("INFO", std::cout);
+LogStream warn("WARNING", std::cout);
+LogStream err("ERROR", std::cerr);
+}  // namespace slog
+
+namespace Nubex {
+
+std::optional<std::string> defaultResourceDirectory() {
+    const auto modulePath = platform::ownModulePath();
+    if (!modulePath) return std::nullopt;
+    const auto separator = modulePath->rfind(platform::kPathSeparator);
+    const std::string folder = separator == std::string::npos ? std::string() : modulePath->substr(0, separator + 1);
+    return folder + "res" + platform::kPathSeparator;
+}
+
+const std::string g_NubexEngineVersion = "Nubex 8.0.9.6 - SDK 64 bit for Windows";
+std::mutex g_EngineInitialisationMutex;
+std::mutex g_ResourceLoadingMutex;
+std::atomic<bool> g_bEngineInitialised{false};
+Resources::ResourceDetailsTable g_arrResourceDetails;
+Resources::ResourceUtils g_oResourceUtils(defaultResourceDirectory());
+
+}  // namespace Nubex

@@ -1,0 +1,35 @@
+#pragma once
+
+// The few operating-system calls the engine makes, kept here so that another
+// platform needs only this file pair.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Nubex::platform {
+
+struct DirectoryEntry {
+    std::string name;
+    bool isDirectory = false;
+    bool isRegularFile = false;
+};
+
+// Lists a directory's entries in name order ("." and ".." left out). On failure returns
+// false and sets errorNumber to the system error number.
+bool listDirectory(const std::string& directory, std::vector<DirectoryEntry>& entries, int& errorNumber);
+
+// Full path of the loaded engine module (the shared library, or the program
+// it is linked into), or nothing when the system cannot tell.
+std::optional<std::string> ownModulePath();
+
+// Status of a file or folder: 0 when it exists, else the system error number.
+int fileStatus(const std::string& path);
+
+// True when the path names a regular file (links followed).
+bool isRegularFile(const std::string& path);
+
+// The path separator that stored directories end with.
+constexpr char kPathSeparator = '/';
+
+}  // namespace Nubex::platform

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "resources/resource_utils.h"
+
+namespace Resources {
+
+// The scannable categories: "<identifier>\t<name>" for every category of every
+// group 0 resource, in registry and class-table order. Also stores the number
+// of records of all groups in the registry's record count.
+std::vector<std::string> categoryLines(ResourceUtils& registry);
+
+}  // namespace Resources

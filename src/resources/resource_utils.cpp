@@ -1,0 +1,192 @@
+#include "resources/resource_utils.h"
+
+#include <stdexcept>
+
+#include "engine/log_stream.h"
+#include "engine/platform.h"
+#include "resources/calibration.h"
+#include "resources/class_table.h"
+#include "resources/details_line.h"
+#include "resources/resource_file.h"
+
+namespace Resources {
+
+namespace {
+
+bool isValidGroup(int group) { return group >= 0 && group < kGroupCount; }
+
+// True when the folder holds the four files of the group (exact, case-sensitive
+// names); other files do no harm.
+bool holdsGroupFiles(const std::string& folder, int group) {
+    std::vector<Nubex::platform::DirectoryEntry> entries;
+    int errorNumber = 0;
+    if (!Nubex::platform::listDirectory(folder, entries, errorNumber)) return false;
+    const std::string names[] = {resourceFileName(group, FileRole::Network), resourceFileName(group, FileRole::Weights),
+                                 resourceFileName(group, FileRole::ClassTable),
+                                 resourceFileName(group, FileRole::Details)};
+    int count = 0;
+    for (const auto& entry : entries) {
+        if (entry.isDirectory) continue;
+        for (const auto& name : names) count += entry.name == name ? 1 : 0;
+    }
+    return count == 4;
+}
+
+}  // namespace
+
+ResourceUtils::ResourceUtils(std::optional<std::string> defaultDirectory) {
+    if (defaultDirectory) directories_.push_back(std::move(*defaultDirectory));
+    try {
+        scanAllGroups();
+    } catch (const std::exception& error) {
+        // Built while the library loads: nothing may escape from here.
+        slog::err << error.what() << std::endl;
+    }
+}
+
+std::size_t ResourceUtils::addDirectory(std::string directory) {
+    if (directory.empty()) throw std::out_of_range("invalid string position");
+    if (directory.back() != Nubex::platform::kPathSeparator) directory += Nubex::platform::kPathSeparator;
+    bool known = false;
+    for (const auto& existing : directories_) known = known || existing == directory;
+    if (!known) directories_.push_back(std::move(directory));
+    scanAllGroups();
+    return sets_.size();
+}
+
+void ResourceUtils::scanAllGroups() {
+    std::vector<std::uint32_t> replaced;
+    for (int group = 0; group < kGroupCount; ++group) scanGroup(group, replaced);
+}
+
+void ResourceUtils::scanGroup(int group, std::vector<std::uint32_t>& replaced) {
+    if (!isValidGroup(group)) return;
+    records_[group].clear();
+    for (const auto& directory : directories_) scanDirectory(directory, group, replaced);
+}
+
+void ResourceUtils::scanDirectory(const std::string& directory, int group, std::vector<std::uint32_t>& replaced) {
+    std::vector<Nubex::platform::DirectoryEntry> entries;
+    int errorNumber = 0;
+    if (!Nubex::platform::listDirectory(directory, entries, errorNumber)) {
+        slog::err << "Error # " << errorNumber << ". No resource could be loaded from the path." << std::endl;
+        return;
+    }
+    for (const auto& entry : entries) {
+        if (!entry.isDirectory) continue;
+        ResourceInfo record;
+        const std::string folder = joinPath(directory, entry.name);
+        if (!readResource(folder, group, record)) continue;
+        record.folder = folder;
+        addRecord(std::move(record), replaced);
+    }
+}
+
+void ResourceUtils::addRecord(ResourceInfo record, std::vector<std::uint32_t>& replaced) {
+    auto& records = records_[record.group];
+    for (const auto& known : records) {
+        if (known.identifier == record.identifier && known.version == record.version) return;
+    }
+    for (auto it = records.begin(); it != records.end();) {
+        if (it->identifier == record.identifier) {
+            replaced.push_back(it->identifier);
+            it = records.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    records.push_back(std::move(record));
+}
+
+// Reads the details line and class table of a folder. A resource already
+// registered with the same identifier and version is returned as it is. Each
+// newly read category enters the category index, and the resource enters the
+// resource sets.
+bool ResourceUtils::readResource(const std::string& folder, int group, ResourceInfo& record) {
+    if (!isValidGroup(group) || !holdsGroupFiles(folder, group)) return false;
+    const auto details = parseDetailsLine(readDecipheredText(joinPath(folder, resourceFileName(group, FileRole::Details))));
+    if (!details) return false;
+    for (const auto& known : records_[group]) {
+        if (known.identifier == details->identifier && known.version == details->version) {
+            record = known;
+            return true;
+        }
+    }
+    record.identifier = details->identifier;
+    record.name = details->name;
+    record.version = details->version;
+    record.enabled = details->enabled;
+    record.group = group;
+
+    const ClassTable table =
+        parseClassTable(readDecipheredText(joinPath(folder, resourceFileName(group, FileRole::ClassTable))));
+    record.backgroundIndex = table.backgroundIndex;
+    record.categories.clear();
+    for (const auto& category : table.categories) {
+        record.categories.push_back(category.details);
+        indexCategory({category.details.identifier, record.identifier, category.line});
+    }
+    if (record.categories.empty()) return false;
+    enterResourceSet(record);
+    return true;
+}
+
+void ResourceUtils::indexCategory(const CategoryIndexEntry& entry) {
+    if (indexedCategories_.emplace(entry.categoryIdentifier, entry.resourceIdentifier, entry.line).second) {
+        categoryIndex_.push_back(entry);
+    }
+}
+
+void ResourceUtils::enterResourceSet(const ResourceInfo& record) {
+    const std::string_view key = firstWord(record.name);
+    for (auto& set : sets_) {
+        if (firstWord(set.key) == key) {
+            set.identifiers[record.group] = record.identifier;
+            return;
+        }
+    }
+    ResourceSet set;
+    set.key = record.name;
+    set.identifiers[record.group] = record.identifier;
+    sets_.push_back(std::move(set));
+}
+
+const ResourceInfo* ResourceUtils::findRecord(std::uint32_t identifier) const {
+    for (const auto& records : records_) {
+        for (const auto& record : records) {
+            if (record.identifier == identifier) return &record;
+        }
+    }
+    return nullptr;
+}
+
+bool ResourceUtils::findByIdentifier(std::uint32_t identifier, ResourceInfo& record) const {
+    const ResourceInfo* found = findRecord(identifier);
+    if (found != nullptr) record = *found;
+    return found != nullptr;
+}
+
+void ResourceUtils::getRecords(std::vector<ResourceInfo>& records, std::uint32_t identifier) const {
+    records.clear();
+    if (identifier != kAllRecords) {
+        if (const ResourceInfo* found = findRecord(identifier)) records.push_back(*found);
+        return;
+    }
+    for (const auto& group : records_) records.insert(records.end(), group.begin(), group.end());
+}
+
+float ResourceUtils::calibrateScore(std::uint32_t resourceIdentifier, std::size_t categoryPosition,
+                                    float rawScore) const {
+    const ResourceInfo* record = findRecord(resourceIdentifier);
+    if (record == nullptr || categoryPosition >= record->categories.size()) return -1.0f;
+    return calibrate(record->categories[categoryPosition], rawScore);
+}
+
+const CategoryIndexEntry* ResourceUtils::findCategory(std::int32_t categoryIdentifier) const {
+    for (const auto& entry : categoryIndex_) {
+        if (entry.categoryIdentifier == categoryIdentifier) return &entry;
+    }
+    return nullptr;
+}
+
+}  // namespace Resources

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace Scan {
+
+// The arguments of one ScanImage call, as the host passed them.
+struct ScanArguments {
+    const std::uint8_t* image = nullptr;
+    std::int32_t imageSize = 0;
+    std::int32_t width = 0;
+    std::int32_t height = 0;
+    const char* categories = nullptr;
+    float* scores = nullptr;
+    float textScoreThreshold = 0.0f;
+};
+
+// Runs one scan and returns its result document. Never throws for a problem
+// of the request: problems are reported in the document.
+std::string scanImage(const ScanArguments& arguments);
+
+}  // namespace Scan
