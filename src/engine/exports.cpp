@@ -3,6 +3,10 @@
 // that nothing is ever thrown into the host.
 #include <cstdlib>
 #include <exception>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <vector>
 
 #include "nubex_engine.h"
 
@@ -50,9 +54,19 @@ NUBEX_API void DeInitializeNubexEngine(int32_t category) {
 
 NUBEX_API char* ScanImage(const uint8_t* image, int32_t imageSize, int32_t width, int32_t height,
                           const char* categories, float* scores, float textScoreThreshold) {
-    return guarded<char*>("ScanImage", nullptr, [&] {
+    std::string failure;
+    try {
         return Nubex::makeOwnedText(
             Scan::scanImage({image, imageSize, width, height, categories, scores, textScoreThreshold}));
+    } catch (const std::exception& error) {
+        failure = error.what();
+    } catch (...) {
+        failure = "Unknown/internal exception happened.";
+    }
+    // Even a scan that failed inside answers with a document.
+    return guarded<char*>("ScanImage", nullptr, [&] {
+        slog::err << "ScanImage: " << failure << std::endl;
+        return Nubex::makeOwnedText(Scan::failedScanDocument(width, height, "\tScan failed: " + failure));
     });
 }
 
@@ -73,7 +87,12 @@ NUBEX_API int32_t GetNubexCategories(char*** categories) {
             return 0;
         }
         *categories = nullptr;
-        const auto lines = Resources::categoryLines(Nubex::g_oResourceUtils);
+        std::vector<std::string> lines;
+        {
+            std::unique_lock<std::shared_mutex> lock(Nubex::g_RegistryMutex);
+            Resources::countRecords(Nubex::g_oResourceUtils);
+            lines = Resources::categoryLines(Nubex::g_oResourceUtils);
+        }
         auto** array = static_cast<char**>(std::calloc(lines.size() + 1, sizeof(char*)));
         if (array == nullptr) return 0;
         for (std::size_t i = 0; i < lines.size(); ++i) array[i] = Nubex::makeOwnedText(lines[i]);
@@ -84,6 +103,7 @@ NUBEX_API int32_t GetNubexCategories(char*** categories) {
 
 NUBEX_API uint32_t SetNubexResourceDirectory(const char* directory) {
     return guarded<uint32_t>("SetNubexResourceDirectory", 0, [directory]() -> uint32_t {
+        std::unique_lock<std::shared_mutex> lock(Nubex::g_RegistryMutex);
         if (directory == nullptr || directory[0] == '\0') {
             slog::err << "SetNubexResourceDirectory: no directory given." << std::endl;
             return static_cast<uint32_t>(Nubex::g_oResourceUtils.resourceSets().size());

@@ -27,6 +27,7 @@ std::optional<std::string> defaultResourceDirectory() {
 const std::string g_NubexEngineVersion = "Nubex 8.0.9.6 - SDK 64 bit for Windows";
 std::mutex g_EngineInitialisationMutex;
 std::mutex g_ResourceLoadingMutex;
+std::shared_mutex g_RegistryMutex;
 std::atomic<bool> g_bEngineInitialised{false};
 Resources::ResourceDetailsTable g_arrResourceDetails;
 Resources::ResourceUtils g_oResourceUtils(defaultResourceDirectory());

@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <mutex>
+#include <optional>
+#include <shared_mutex>
 #include <string>
 
 #include "resources/resource_details.h"
@@ -12,8 +14,12 @@ namespace Nubex {
 extern const std::string g_NubexEngineVersion;
 // Serialises InitializeNubexEngine.
 extern std::mutex g_EngineInitialisationMutex;
-// Serialises resource initialisation (one network load at a time).
+// Serialises resource initialisation (one network load at a time). Taken
+// before g_RegistryMutex when both are needed.
 extern std::mutex g_ResourceLoadingMutex;
+// Guards the registry and the structure of g_arrResourceDetails: rescans take
+// it exclusively, scans share it for their short reads.
+extern std::shared_mutex g_RegistryMutex;
 extern std::atomic<bool> g_bEngineInitialised;
 // The registry, built from the default directory when the library is loaded.
 extern Resources::ResourceUtils g_oResourceUtils;

@@ -1,6 +1,7 @@
 #include "engine/lifecycle.h"
 
 #include <mutex>
+#include <shared_mutex>
 
 #include "engine/globals.h"
 #include "inference/engine_core.h"
@@ -20,6 +21,7 @@ std::uint32_t initializeEngine() {
 }
 
 std::vector<std::uint32_t> identifiersToRelease(std::int32_t category) {
+    std::shared_lock<std::shared_mutex> lock(g_RegistryMutex);
     std::uint32_t target = 0;
     const bool everything = category == -1;
     if (!everything) {
@@ -49,11 +51,11 @@ void deinitializeEngine(std::int32_t category) {
 }
 
 std::string refreshResources() {
+    std::unique_lock<std::shared_mutex> lock(g_RegistryMutex);
     g_oResourceUtils.scanAllGroups();
     std::string listing = Resources::renderResourceListing(g_oResourceUtils);
     std::vector<Resources::ResourceInfo> records;
     g_oResourceUtils.getRecords(records, Resources::ResourceUtils::kAllRecords);
-    std::lock_guard<std::mutex> lock(g_ResourceLoadingMutex);
     Resources::refreshResourceDetails(g_arrResourceDetails, records);
     return listing;
 }

@@ -19,6 +19,9 @@ std::unique_ptr<ov::Core> g_pEngineCore;
 void configureCpu(ov::Core& core, std::uint32_t streams, std::map<std::string, std::uint32_t>& deviceStreams) {
     core.set_property(kDeviceName, ov::inference_num_threads(static_cast<int>(2 * streams)));
     core.set_property(kDeviceName, ov::hint::enable_cpu_pinning(true));
+    // Full precision on every processor: scores must not depend on whether
+    // the host's CPU offers reduced-precision arithmetic.
+    core.set_property(kDeviceName, ov::hint::inference_precision(ov::element::f32));
     core.set_property(kDeviceName, ov::num_streams(static_cast<int>(streams)));
     const auto configured = deviceStreams.find(kDeviceName);
     if (configured != deviceStreams.end()) {

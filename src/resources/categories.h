@@ -8,8 +8,10 @@
 namespace Resources {
 
 // The scannable categories: "<identifier>\t<name>" for every category of every
-// group 0 resource, in registry and class-table order. Also stores the number
-// of records of all groups in the registry's record count.
-std::vector<std::string> categoryLines(ResourceUtils& registry);
+// group 0 resource, in registry and class-table order.
+std::vector<std::string> categoryLines(const ResourceUtils& registry);
+
+// Stores the number of records of all groups in the registry's record count.
+void countRecords(ResourceUtils& registry);
 
 }  // namespace Resources

@@ -30,8 +30,9 @@ struct ResourceDetails {
     std::int32_t group = 0;
     std::int32_t enabled = 1;
     std::atomic<int> loadState{kNotLoaded};
-    // Written under the resource-loading lock before loadState becomes kLoaded.
-    std::shared_ptr<Inference::LoadedModel> model;
+    // Stored under the resource-loading lock before loadState becomes
+    // kLoaded; read by scans without it.
+    std::atomic<std::shared_ptr<Inference::LoadedModel>> model;
 
     bool initialised() const { return loadState.load() != kNotLoaded; }
 };

@@ -5,32 +5,14 @@
 #include "engine/log_stream.h"
 #include "engine/platform.h"
 #include "resources/calibration.h"
-#include "resources/class_table.h"
-#include "resources/details_line.h"
 #include "resources/resource_file.h"
+#include "resources/resource_folder.h"
 
 namespace Resources {
 
 namespace {
 
 bool isValidGroup(int group) { return group >= 0 && group < kGroupCount; }
-
-// True when the folder holds the four files of the group (exact, case-sensitive
-// names); other files do no harm.
-bool holdsGroupFiles(const std::string& folder, int group) {
-    std::vector<Nubex::platform::DirectoryEntry> entries;
-    int errorNumber = 0;
-    if (!Nubex::platform::listDirectory(folder, entries, errorNumber)) return false;
-    const std::string names[] = {resourceFileName(group, FileRole::Network), resourceFileName(group, FileRole::Weights),
-                                 resourceFileName(group, FileRole::ClassTable),
-                                 resourceFileName(group, FileRole::Details)};
-    int count = 0;
-    for (const auto& entry : entries) {
-        if (entry.isDirectory) continue;
-        for (const auto& name : names) count += entry.name == name ? 1 : 0;
-    }
-    return count == 4;
-}
 
 }  // namespace
 
@@ -103,8 +85,7 @@ void ResourceUtils::addRecord(ResourceInfo record, std::vector<std::uint32_t>& r
 // newly read category enters the category index, and the resource enters the
 // resource sets.
 bool ResourceUtils::readResource(const std::string& folder, int group, ResourceInfo& record) {
-    if (!isValidGroup(group) || !holdsGroupFiles(folder, group)) return false;
-    const auto details = parseDetailsLine(readDecipheredText(joinPath(folder, resourceFileName(group, FileRole::Details))));
+    const auto details = readFolderDetails(folder, group);
     if (!details) return false;
     for (const auto& known : records_[group]) {
         if (known.identifier == details->identifier && known.version == details->version) {
@@ -118,8 +99,7 @@ bool ResourceUtils::readResource(const std::string& folder, int group, ResourceI
     record.enabled = details->enabled;
     record.group = group;
 
-    const ClassTable table =
-        parseClassTable(readDecipheredText(joinPath(folder, resourceFileName(group, FileRole::ClassTable))));
+    const ClassTable table = readFolderClassTable(folder, group);
     record.backgroundIndex = table.backgroundIndex;
     record.categories.clear();
     for (const auto& category : table.categories) {

@@ -1,18 +1,160 @@
 #include "scan/scan_request.h"
 
+#include <system_error>
+#include <mutex>
+#include <shared_mutex>
+#include <thread>
+#include <vector>
+
+#include "detectors/category_classifier.h"
+#include "detectors/image_input.h"
+#include "engine/globals.h"
+#include "engine/log_stream.h"
+#include "resources/categories.h"
+#include "resources/text_fields.h"
+#include "scan/category_list.h"
+#include "scan/resource_readiness.h"
 #include "scan/result_document.h"
 
 namespace Scan {
 
+namespace {
+
+// The per-group arrays a worker writes: its scores and, for classifiers, the
+// first- and second-stage scores (-1 until written).
+struct JobResults {
+    explicit JobResults(std::size_t categories)
+        : scores(categories, 0.0f), firstStage(categories, -1.0f), secondStage(categories, -1.0f) {}
+    std::vector<float> scores;
+    std::vector<float> firstStage;
+    std::vector<float> secondStage;
+};
+
+bool validateImage(const ScanArguments& arguments, std::string& errorText) {
+    bool valid = true;
+    if (arguments.image == nullptr) {
+        errorText += "Invalid image data...";
+        valid = false;
+    }
+    if (arguments.height < 1 || arguments.width < 1) {
+        errorText += "\tInvalid image dimension/s...";
+        valid = false;
+    }
+    return valid;
+}
+
+CategoryRequest readCategoryList(const ScanArguments& arguments, std::string& errorText) {
+    std::vector<Resources::CategoryIndexEntry> index;
+    std::vector<Resources::ResourceSet> sets;
+    {
+        std::shared_lock<std::shared_mutex> lock(Nubex::g_RegistryMutex);
+        index = Nubex::g_oResourceUtils.categoryIndex();
+        sets = Nubex::g_oResourceUtils.resourceSets();
+    }
+    return parseCategoryList(arguments.categories, index, sets, errorText);
+}
+
+// Display names from the published category lines "<identifier>\t<name>".
+std::vector<CategoryScore> nameResults(const std::vector<std::int32_t>& accepted) {
+    std::vector<CategoryScore> results(accepted.size());
+    std::vector<std::string> lines;
+    {
+        std::shared_lock<std::shared_mutex> lock(Nubex::g_RegistryMutex);
+        lines = Resources::categoryLines(Nubex::g_oResourceUtils);
+    }
+    for (const auto& line : lines) {
+        const auto tab = line.find('\t');
+        const std::string_view text(line);
+        const auto identifier = static_cast<std::int32_t>(Resources::leadingInteger(Resources::trim(text.substr(0, tab))));
+        const std::string_view name = tab == std::string::npos ? std::string_view() : Resources::trim(text.substr(tab + 1));
+        for (std::size_t k = 0; k < accepted.size(); ++k) {
+            if (accepted[k] == identifier) {
+                results[k].name = name;
+                break;
+            }
+        }
+    }
+    return results;
+}
+
+void runWorker(const cv::Mat& image, const ScanJob& job, JobResults& results) {
+    Detectors::categoryClassifierWorker(image, job, results.firstStage.data(), results.secondStage.data(),
+                                        results.scores.data());
+}
+
+// One thread per group; when the system refuses a thread, the group runs on
+// the calling thread instead.
+std::thread startWorker(const cv::Mat& image, const ScanJob& job, JobResults& results) {
+    try {
+        return std::thread(runWorker, std::cref(image), std::cref(job), std::ref(results));
+    } catch (const std::system_error&) {
+        runWorker(image, job, results);
+        return std::thread();
+    }
+}
+
+void runJobs(const ScanArguments& arguments, const CategoryRequest& request, std::vector<CategoryScore>& results) {
+    const cv::Mat image = Detectors::wrapPixelBuffer(arguments.image, arguments.width, arguments.height);
+    std::vector<JobResults> jobResults;
+    jobResults.reserve(request.jobs.size());
+    for (const auto& job : request.jobs) jobResults.emplace_back(job.categories.size());
+
+    std::vector<std::thread> workers;
+    for (std::size_t i = 0; i < request.jobs.size(); ++i) {
+        workers.push_back(startWorker(image, request.jobs[i], jobResults[i]));
+    }
+    for (std::size_t i = 0; i < workers.size(); ++i) {
+        if (workers[i].joinable()) workers[i].join();
+        const ScanJob& job = request.jobs[i];
+        for (std::size_t j = 0; j < job.categories.size(); ++j) {
+            for (std::size_t p = 0; p < request.accepted.size(); ++p) {
+                if (request.accepted[p] != job.categories[j]) continue;
+                if (arguments.scores != nullptr) arguments.scores[p] = jobResults[i].scores[j];
+                results[p].score = jobResults[i].scores[j];
+                break;
+            }
+        }
+    }
+}
+
+}  // namespace
+
 std::string scanImage(const ScanArguments& arguments) {
     ResultDocument document;
     std::string errorText;
-    if (arguments.image == nullptr) errorText += "Invalid image data...";
-    if (arguments.width < 1 || arguments.height < 1) errorText += "\tInvalid image dimension/s...";
-    if (errorText.empty()) errorText += "\tNo category provided for scanning...";
+    bool scan = validateImage(arguments, errorText);
+    const CategoryRequest request = readCategoryList(arguments, errorText);
+    if (request.accepted.empty()) {
+        errorText += "\tNo category provided for scanning...";
+        scan = false;
+    }
+    std::vector<CategoryScore> results;
+    if (scan) {
+        try {
+            results = nameResults(request.accepted);
+            const std::size_t requestCount = 2 * static_cast<std::size_t>(std::max(1u, std::thread::hardware_concurrency()));
+            scan = makeResourcesReady(request.resourcesToLoad, requestCount, errorText);
+        } catch (const std::exception& error) {
+            slog::consoleLine(error.what());
+            errorText += "\tError while loading resource/s...";
+            scan = false;
+        }
+    }
+    if (scan) {
+        runJobs(arguments, request, results);
+        document.writeScanResults(results);
+    }
     document.writeImageSize(arguments.width, arguments.height);
     document.writeErrorText(errorText);
     document.writeVerdict(errorText.empty());
+    return document.finish();
+}
+
+std::string failedScanDocument(std::int32_t width, std::int32_t height, const std::string& errorText) {
+    ResultDocument document;
+    document.writeImageSize(width, height);
+    document.writeErrorText(errorText);
+    document.writeVerdict(false);
     return document.finish();
 }
 

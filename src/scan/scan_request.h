@@ -20,4 +20,7 @@ struct ScanArguments {
 // of the request: problems are reported in the document.
 std::string scanImage(const ScanArguments& arguments);
 
+// The document of a scan that could not run, with the given error text.
+std::string failedScanDocument(std::int32_t width, std::int32_t height, const std::string& errorText);
+
 }  // namespace Scan

@@ -1,0 +1,92 @@
+#include "inference/infer_requests_queue.h"
+
+#include <stdexcept>
+
+namespace Inference {
+
+namespace {
+
+// The completion callback's latency argument: nothing reads it.
+constexpr double kReportedLatency = 5.0;
+
+}  // namespace
+
+InferReqWrap::InferReqWrap(ov::CompiledModel& compiled, std::size_t id, CompletionCallback callback)
+    : request_(compiled.create_infer_request()), id_(id), callback_(std::move(callback)) {
+    for (const auto& output : compiled.outputs()) {
+        const std::string name = output.get_any_name();
+        outputNames_.push_back(name);
+        outputTensors_[name] = request_.get_tensor(output);
+    }
+    request_.set_callback([this](std::exception_ptr) {
+        if (!callback_) throw std::bad_function_call();
+        callback_(id_, kReportedLatency);
+    });
+}
+
+void InferReqWrap::startAsync() { request_.start_async(); }
+
+void InferReqWrap::wait() { request_.wait(); }
+
+ov::Tensor InferReqWrap::getTensor(const std::string& name) { return request_.get_tensor(name); }
+
+ov::Tensor InferReqWrap::inputTensor() { return request_.get_input_tensor(); }
+
+RequestLease::RequestLease(InferRequestsQueue& pool, InferReqWrap::Ptr request)
+    : pool_(pool), request_(std::move(request)) {}
+
+RequestLease::~RequestLease() {
+    const std::size_t id = request_->id();
+    request_.reset();
+    // A request that never ran gets no completion call: settle for it.
+    if (!started_) pool_.settle(id);
+    pool_.settle(id);
+}
+
+void RequestLease::run() {
+    request_->startAsync();
+    started_ = true;
+    request_->wait();
+}
+
+InferRequestsQueue::InferRequestsQueue(ov::CompiledModel& compiled, std::size_t requestCount) {
+    if (requestCount == 0) requestCount = 1;
+    pendingSettlements_.assign(requestCount, 0);
+    for (std::size_t id = 0; id < requestCount; ++id) {
+        requests_.push_back(std::make_shared<InferReqWrap>(
+            compiled, id, [this](std::size_t doneId, double latency) { putIdleRequest(doneId, latency); }));
+        idleIds_.push_back(id);
+    }
+}
+
+InferRequestsQueue::~InferRequestsQueue() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    idleCondition_.wait(lock, [this] { return idleIds_.size() == requests_.size(); });
+}
+
+InferReqWrap::Ptr InferRequestsQueue::getIdleRequest() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    idleCondition_.wait(lock, [this] { return !idleIds_.empty(); });
+    const std::size_t id = idleIds_.front();
+    if (id >= requests_.size()) throw std::out_of_range("invalid vector subscript");
+    idleIds_.pop_front();
+    pendingSettlements_[id] = 2;
+    return requests_[id];
+}
+
+void InferRequestsQueue::putIdleRequest(std::size_t id, double /*latency*/) { settle(id); }
+
+void InferRequestsQueue::settle(std::size_t id) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (id >= requests_.size()) throw std::out_of_range("invalid vector subscript");
+    if (pendingSettlements_[id] == 0 || --pendingSettlements_[id] > 0) return;
+    idleIds_.push_back(id);
+    // Teardown waits for all requests, borrowers for one: wake everybody.
+    idleCondition_.notify_all();
+}
+
+std::unique_ptr<RequestLease> InferRequestsQueue::borrow() {
+    return std::make_unique<RequestLease>(*this, getIdleRequest());
+}
+
+}  // namespace Inference

@@ -1,0 +1,90 @@
+#include "scan/category_list.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "resources/text_fields.h"
+
+namespace Scan {
+
+namespace {
+
+template <typename T>
+bool contains(const std::vector<T>& values, T value) {
+    return std::find(values.begin(), values.end(), value) != values.end();
+}
+
+const Resources::CategoryIndexEntry* findEntry(const std::vector<Resources::CategoryIndexEntry>& index,
+                                               std::int32_t identifier) {
+    for (const auto& entry : index) {
+        if (entry.categoryIdentifier == identifier) return &entry;
+    }
+    return nullptr;
+}
+
+const Resources::ResourceSet* findSet(const std::vector<Resources::ResourceSet>& sets, std::uint32_t group) {
+    for (const auto& set : sets) {
+        if (std::find(std::begin(set.identifiers), std::end(set.identifiers), group) != std::end(set.identifiers)) {
+            return &set;
+        }
+    }
+    return nullptr;
+}
+
+void acceptCategory(const Resources::CategoryIndexEntry& entry, std::string_view token,
+                    const std::vector<Resources::ResourceSet>& sets, CategoryRequest& request,
+                    std::string& errorText) {
+    request.accepted.push_back(entry.categoryIdentifier);
+    const std::uint32_t group = entry.resourceIdentifier;
+    if (contains(request.groups, group)) {
+        // A group without a resource set has no job to extend.
+        for (auto& job : request.jobs) {
+            if (job.group != group) continue;
+            job.slots.push_back(entry.line);
+            job.categories.push_back(entry.categoryIdentifier);
+            break;
+        }
+        return;
+    }
+    request.groups.push_back(group);
+    const Resources::ResourceSet* set = findSet(sets, group);
+    if (set == nullptr) {
+        errorText += "\tResource not found for category: ";
+        errorText += token;
+        return;
+    }
+    for (const auto member : set->identifiers) {
+        if (member != 0) request.resourcesToLoad.push_back(member);
+    }
+    ScanJob job;
+    job.group = group;
+    job.slots.push_back(entry.line);
+    job.categories.push_back(entry.categoryIdentifier);
+    request.jobs.push_back(std::move(job));
+}
+
+}  // namespace
+
+CategoryRequest parseCategoryList(const char* categories, const std::vector<Resources::CategoryIndexEntry>& index,
+                                  const std::vector<Resources::ResourceSet>& sets, std::string& errorText) {
+    CategoryRequest request;
+    if (categories == nullptr) return request;
+    for (const std::string_view rawToken : Resources::split(categories, ',')) {
+        const std::string_view token = Resources::trim(rawToken);
+        if (token.empty()) continue;
+        const auto identifier = static_cast<std::int32_t>(Resources::leadingInteger(token));
+        const Resources::CategoryIndexEntry* entry = findEntry(index, identifier);
+        if (entry == nullptr) {
+            errorText += "\tInvalid Category: ";
+            errorText += token;
+        } else if (contains(request.accepted, identifier)) {
+            errorText += "\tDuplicate Category: ";
+            errorText += token;
+        } else {
+            acceptCategory(*entry, token, sets, request, errorText);
+        }
+    }
+    return request;
+}
+
+}  // namespace Scan

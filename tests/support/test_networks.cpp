@@ -1,0 +1,76 @@
+#include "support/test_networks.h"
+
+#include <sstream>
+
+#include <openvino/op/ops.hpp>
+#include <openvino/pass/manager.hpp>
+#include <openvino/pass/serialize.hpp>
+
+#include "resources/resource_writer.h"
+
+namespace testing_support {
+
+namespace {
+
+using namespace ov::op;
+
+std::shared_ptr<ov::Node> channelMeans(const std::shared_ptr<v0::Parameter>& input, float divisor) {
+    auto axes = v0::Constant::create(ov::element::i64, {2}, {2, 3});
+    auto mean = std::make_shared<v1::ReduceMean>(input, axes, false);
+    auto scale = v0::Constant::create(ov::element::f32, {}, {divisor});
+    return std::make_shared<v1::Divide>(mean, scale);
+}
+
+std::shared_ptr<v0::Parameter> imageInput(std::size_t height, std::size_t width, const std::string& name) {
+    auto input = std::make_shared<v0::Parameter>(ov::element::f32, ov::Shape{1, 3, height, width});
+    input->set_friendly_name(name);
+    input->output(0).get_tensor().set_names({name});
+    return input;
+}
+
+std::shared_ptr<v0::Result> namedResult(const std::shared_ptr<ov::Node>& node, const std::string& name) {
+    node->output(0).get_tensor().set_names({name});
+    return std::make_shared<v0::Result>(node);
+}
+
+}  // namespace
+
+std::shared_ptr<ov::Model> channelMeansNetwork(std::size_t height, std::size_t width, float divisor) {
+    auto input = imageInput(height, width, "image");
+    return std::make_shared<ov::Model>(ov::ResultVector{namedResult(channelMeans(input, divisor), "scores")},
+                                       ov::ParameterVector{input});
+}
+
+std::shared_ptr<ov::Model> twoOutputNetwork() {
+    auto input = imageInput(8, 8, "image");
+    auto first = namedResult(channelMeans(input, 255.0f), "first");
+    auto second = namedResult(channelMeans(input, 510.0f), "second");
+    return std::make_shared<ov::Model>(ov::ResultVector{first, second}, ov::ParameterVector{input});
+}
+
+std::shared_ptr<ov::Model> twoInputNetwork() {
+    auto a = imageInput(8, 8, "a");
+    auto b = imageInput(8, 8, "b");
+    auto sum = std::make_shared<v1::Add>(a, b);
+    auto axes = v0::Constant::create(ov::element::i64, {2}, {2, 3});
+    auto mean = std::make_shared<v1::ReduceMean>(sum, axes, false);
+    return std::make_shared<ov::Model>(ov::ResultVector{namedResult(mean, "scores")}, ov::ParameterVector{a, b});
+}
+
+void packNetwork(const std::string& folder, int group, const std::string& detailsLine,
+                 const std::string& classTable, const std::shared_ptr<ov::Model>& model) {
+    std::ostringstream xml;
+    std::ostringstream bin;
+    ov::pass::Manager manager;
+    manager.register_pass<ov::pass::Serialize>(xml, bin);
+    manager.run_passes(model->clone());
+    Resources::ResourceContents contents;
+    contents.detailsLine = detailsLine;
+    contents.classTable = classTable;
+    contents.network = xml.str();
+    const std::string weights = bin.str();
+    contents.weights.assign(weights.begin(), weights.end());
+    Resources::writeResourceFolder(folder, group, contents);
+}
+
+}  // namespace testing_support
