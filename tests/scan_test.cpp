@@ -124,6 +124,7 @@ TEST(ScanImage, NetworksOfTheWrongShapeStillAnswer) {
 }
 
 TEST(ScanImage, ConcurrentScansLoadOnceAndAgreeAfterRelease) {
+    scan(uniform(2, 2, 0, 0, 0), "31");  // another set, loaded
     DeInitializeNubexEngine(14);
     EXPECT_EQ(Resources::resourceState(100), Resources::kNotLoaded);
     EXPECT_EQ(Resources::resourceState(101), Resources::kNotLoaded);
