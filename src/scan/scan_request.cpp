@@ -99,9 +99,15 @@ void runJobs(const ScanArguments& arguments, const CategoryRequest& request, std
     jobResults.reserve(request.jobs.size());
     for (const auto& job : request.jobs) jobResults.emplace_back(job.categories.size());
 
+    // One thread per group; the last group runs on the calling thread, which
+    // would otherwise only wait.
     std::vector<std::thread> workers;
-    for (std::size_t i = 0; i < request.jobs.size(); ++i) {
+    for (std::size_t i = 0; i + 1 < request.jobs.size(); ++i) {
         workers.push_back(startWorker(image, request.jobs[i], jobResults[i]));
+    }
+    if (!request.jobs.empty()) {
+        runWorker(image, request.jobs.back(), jobResults.back());
+        workers.emplace_back();
     }
     for (std::size_t i = 0; i < workers.size(); ++i) {
         if (workers[i].joinable()) workers[i].join();

@@ -41,6 +41,39 @@ std::shared_ptr<ov::Model> channelMeansNetwork(std::size_t height, std::size_t w
                                        ov::ParameterVector{input});
 }
 
+namespace {
+
+std::shared_ptr<ov::Node> convolution(const std::shared_ptr<ov::Node>& input, std::size_t inChannels,
+                                      std::size_t outChannels, std::size_t stride) {
+    std::vector<float> weights(outChannels * inChannels * 9);
+    for (std::size_t i = 0; i < weights.size(); ++i) weights[i] = static_cast<float>((i * 37) % 17) / 170.0f - 0.05f;
+    auto kernel = v0::Constant::create(ov::element::f32, {outChannels, inChannels, 3, 3}, weights);
+    auto convolved = std::make_shared<v1::Convolution>(input, kernel, ov::Strides{stride, stride},
+                                                       ov::CoordinateDiff{1, 1}, ov::CoordinateDiff{1, 1},
+                                                       ov::Strides{1, 1});
+    return std::make_shared<v0::Relu>(convolved);
+}
+
+}  // namespace
+
+std::shared_ptr<ov::Model> convolutionalClassifier(std::size_t size, std::size_t classes) {
+    auto input = imageInput(size, size, "image");
+    auto scale = v0::Constant::create(ov::element::f32, {}, {1.0f / 255.0f});
+    std::shared_ptr<ov::Node> node = std::make_shared<v1::Multiply>(input, scale);
+    const std::size_t widths[] = {3, 32, 64, 96, 128, 128};
+    for (std::size_t layer = 0; layer + 1 < std::size(widths); ++layer) {
+        node = convolution(node, widths[layer], widths[layer + 1], layer < 4 ? 2 : 1);
+    }
+    auto axes = v0::Constant::create(ov::element::i64, {2}, {2, 3});
+    node = std::make_shared<v1::ReduceMean>(node, axes, false);
+    std::vector<float> dense(128 * classes);
+    for (std::size_t i = 0; i < dense.size(); ++i) dense[i] = static_cast<float>((i * 13) % 11) / 11.0f - 0.5f;
+    auto weights = v0::Constant::create(ov::element::f32, {128, classes}, dense);
+    node = std::make_shared<v0::MatMul>(node, weights);
+    node = std::make_shared<v8::Softmax>(node, 1);
+    return std::make_shared<ov::Model>(ov::ResultVector{namedResult(node, "scores")}, ov::ParameterVector{input});
+}
+
 std::shared_ptr<ov::Model> twoOutputNetwork() {
     auto input = imageInput(8, 8, "image");
     auto first = namedResult(channelMeans(input, 255.0f), "first");

@@ -11,6 +11,11 @@ namespace testing_support {
 // divisor. With a uniform image the outputs are known exactly.
 std::shared_ptr<ov::Model> channelMeansNetwork(std::size_t height, std::size_t width, float divisor);
 
+// A small convolutional classifier with deterministic weights: [1, 3, size,
+// size] -> [1, classes] softmax probabilities. Costs a few milliseconds, like
+// a compact real-world model, for benchmarks.
+std::shared_ptr<ov::Model> convolutionalClassifier(std::size_t size, std::size_t classes);
+
 // Like channelMeansNetwork, with a second output: refused by the classifier.
 std::shared_ptr<ov::Model> twoOutputNetwork();
 
