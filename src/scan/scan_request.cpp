@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "detectors/category_classifier.h"
+#include "detectors/face_detector.h"
+#include "detectors/text_worker.h"
 #include "detectors/image_input.h"
 #include "engine/globals.h"
 #include "engine/log_stream.h"
@@ -77,23 +79,40 @@ std::vector<CategoryScore> nameResults(const std::vector<std::int32_t>& accepted
     return results;
 }
 
-void runWorker(const cv::Mat& image, const ScanJob& job, JobResults& results) {
-    Detectors::categoryClassifierWorker(image, job, results.firstStage.data(), results.secondStage.data(),
-                                        results.scores.data());
+// What the workers of one scan find besides scores; each list has one writer
+// (there is one face group and one text group).
+struct Findings {
+    std::vector<FaceFinding> faces;
+    std::vector<std::string> texts;
+};
+
+void runWorker(const cv::Mat& image, const ScanJob& job, JobResults& results, Findings& findings,
+               float textThreshold) {
+    if (job.group == kTextDetectionId) {
+        Detectors::textWorker(image, textThreshold, results.scores.data(), findings.texts, job);
+    } else if (job.group == kFaceDetectionId) {
+        Detectors::faceDetectionWorker(image, results.scores.data(), findings.faces, job);
+    } else {
+        Detectors::categoryClassifierWorker(image, job, results.firstStage.data(), results.secondStage.data(),
+                                            results.scores.data());
+    }
 }
 
 // One thread per group; when the system refuses a thread, the group runs on
 // the calling thread instead.
-std::thread startWorker(const cv::Mat& image, const ScanJob& job, JobResults& results) {
+std::thread startWorker(const cv::Mat& image, const ScanJob& job, JobResults& results, Findings& findings,
+                        float textThreshold) {
     try {
-        return std::thread(runWorker, std::cref(image), std::cref(job), std::ref(results));
+        return std::thread(runWorker, std::cref(image), std::cref(job), std::ref(results), std::ref(findings),
+                           textThreshold);
     } catch (const std::system_error&) {
-        runWorker(image, job, results);
+        runWorker(image, job, results, findings, textThreshold);
         return std::thread();
     }
 }
 
-void runJobs(const ScanArguments& arguments, const CategoryRequest& request, std::vector<CategoryScore>& results) {
+void runJobs(const ScanArguments& arguments, const CategoryRequest& request, std::vector<CategoryScore>& results,
+             Findings& findings) {
     const cv::Mat image = Detectors::wrapPixelBuffer(arguments.image, arguments.width, arguments.height);
     std::vector<JobResults> jobResults;
     jobResults.reserve(request.jobs.size());
@@ -103,10 +122,10 @@ void runJobs(const ScanArguments& arguments, const CategoryRequest& request, std
     // would otherwise only wait.
     std::vector<std::thread> workers;
     for (std::size_t i = 0; i + 1 < request.jobs.size(); ++i) {
-        workers.push_back(startWorker(image, request.jobs[i], jobResults[i]));
+        workers.push_back(startWorker(image, request.jobs[i], jobResults[i], findings, arguments.textScoreThreshold));
     }
     if (!request.jobs.empty()) {
-        runWorker(image, request.jobs.back(), jobResults.back());
+        runWorker(image, request.jobs.back(), jobResults.back(), findings, arguments.textScoreThreshold);
         workers.emplace_back();
     }
     for (std::size_t i = 0; i < workers.size(); ++i) {
@@ -147,8 +166,11 @@ std::string scanImage(const ScanArguments& arguments) {
         }
     }
     if (scan) {
-        runJobs(arguments, request, results);
+        Findings findings;
+        runJobs(arguments, request, results, findings);
         document.writeScanResults(results);
+        if (!findings.texts.empty()) document.writeTextDetails(findings.texts);
+        if (!findings.faces.empty()) document.writeFaceDetails(findings.faces);
     }
     document.writeImageSize(arguments.width, arguments.height);
     document.writeErrorText(errorText);

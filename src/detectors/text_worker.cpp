@@ -1,0 +1,78 @@
+#include "detectors/text_worker.h"
+
+#include <thread>
+
+#include <opencv2/imgproc.hpp>
+
+#include "detectors/category_classifier.h"
+#include "detectors/model_access.h"
+#include "detectors/text_detector.h"
+#include "detectors/text_lines.h"
+#include "detectors/text_recogniser.h"
+#include "engine/log_stream.h"
+#include "resources/resource_details.h"
+#include "resources/resource_initialisation.h"
+
+namespace Detectors {
+
+namespace {
+
+bool textIsPresent(const cv::Mat& image, float threshold, float* scores, const Scan::ScanJob& job) {
+    Scan::ScanJob gate = job;
+    gate.group = Scan::kTextPresenceId;
+    gate.stage = 0;
+    const std::uint32_t status = classifyCategories(image, gate, scores, scores, scores);
+    return status == 0 && !job.categories.empty() && scores[0] > threshold;
+}
+
+std::shared_ptr<Inference::LoadedModel> recogniser() {
+    if (Resources::resourceState(Scan::kTextRecognitionId) == Resources::kNotLoaded) {
+        Resources::initialiseResource(2 * std::max(1u, std::thread::hardware_concurrency()), Scan::kTextRecognitionId);
+    }
+    return usableModel(Scan::kTextRecognitionId);
+}
+
+}  // namespace
+
+std::int32_t readText(const cv::Mat& image, float threshold, float* scores, std::vector<std::string>& lines,
+                      const Scan::ScanJob& job) {
+    if (!textIsPresent(image, threshold, scores, job)) return 0;
+    const auto detector = usableModel(job.group);
+    if (!detector) return 0;
+    cv::Mat working;
+    cv::resize(image, working, workingImageSize(image.cols, image.rows), 0, 0, cv::INTER_LINEAR);
+    const auto regions = detectTextRegions(working, *detector);
+    if (regions.empty()) return 0;
+    const auto reader = recogniser();
+    if (!reader) return 0;
+
+    std::vector<std::string> findings;
+    auto deliver = [&] {
+        const auto grouped = groupTextLines(findings, working.size(), image.size());
+        lines.insert(lines.end(), grouped.begin(), grouped.end());
+        return static_cast<std::int32_t>(grouped.size());
+    };
+    try {
+        for (const auto& region : regions) {
+            const auto corners = regionCorners(region, working.size());
+            const Reading reading = readRegion(working, corners, *reader);
+            if (reading.confidence < kMinimumConfidence || reading.text.empty()) continue;
+            findings.push_back(findingLine(corners, working.size(), reading.text));
+        }
+    } catch (...) {
+        deliver();  // what was read before the failure stays
+        throw;
+    }
+    return deliver();
+}
+
+void textWorker(const cv::Mat& image, float threshold, float* scores, std::vector<std::string>& lines,
+                const Scan::ScanJob& job) {
+    try {
+        readText(image, threshold, scores, lines, job);
+    } catch (const std::exception& error) {
+        slog::consoleLine(std::string("Exception: ") + error.what());
+    }
+}
+
+}  // namespace Detectors
