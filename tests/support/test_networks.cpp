@@ -90,6 +90,78 @@ std::shared_ptr<ov::Model> twoInputNetwork() {
     return std::make_shared<ov::Model>(ov::ResultVector{namedResult(mean, "scores")}, ov::ParameterVector{a, b});
 }
 
+namespace {
+
+// A constant output that still depends (by zero) on the input.
+std::shared_ptr<ov::Node> fixedOutput(const std::shared_ptr<v0::Parameter>& input, const ov::Shape& shape,
+                                      const std::vector<float>& values) {
+    auto axes = v0::Constant::create(ov::element::i64, {3}, {1, 2, 3});
+    auto mean = std::make_shared<v1::ReduceMean>(input, axes, true);
+    auto zero = std::make_shared<v1::Multiply>(mean, v0::Constant::create(ov::element::f32, {}, {0.0f}));
+    std::shared_ptr<ov::Node> connected = zero;
+    if (shape.size() == 3) {
+        auto squeeze = v0::Constant::create(ov::element::i64, {1}, {0});
+        connected = std::make_shared<v0::Squeeze>(zero, squeeze);
+    }
+    return std::make_shared<v1::Add>(v0::Constant::create(ov::element::f32, shape, values), connected);
+}
+
+}  // namespace
+
+std::shared_ptr<ov::Model> fixedFaceNetwork(const std::vector<std::array<float, 7>>& rows) {
+    auto input = imageInput(64, 64, "image");
+    std::vector<float> values;
+    for (const auto& row : rows) values.insert(values.end(), row.begin(), row.end());
+    auto output = fixedOutput(input, ov::Shape{1, 1, rows.size(), 7}, values);
+    return std::make_shared<ov::Model>(ov::ResultVector{namedResult(output, "detection_out")}, ov::ParameterVector{input});
+}
+
+std::shared_ptr<ov::Model> fixedPixelLinkNetwork(std::size_t height, std::size_t width,
+                                                 const std::vector<float>& pixels, const std::vector<float>& links) {
+    auto input = imageInput(4 * height, 4 * width, "image");
+    auto pixelOutput = fixedOutput(input, ov::Shape{1, 2, height, width}, pixels);
+    auto linkOutput = fixedOutput(input, ov::Shape{1, 16, height, width}, links);
+    return std::make_shared<ov::Model>(
+        ov::ResultVector{namedResult(pixelOutput, "pixels"), namedResult(linkOutput, "links")},
+        ov::ParameterVector{input});
+}
+
+std::shared_ptr<ov::Model> fixedRecogniserNetwork(const std::string& sequence) {
+    static const std::string alphabet = "0123456789abcdefghijklmnopqrstuvwxyz#";
+    auto input = imageInput(32, 100, "image");
+    std::vector<float> values(sequence.size() * alphabet.size(), 0.0f);
+    for (std::size_t t = 0; t < sequence.size(); ++t) values[t * alphabet.size() + alphabet.find(sequence[t])] = 10.0f;
+    auto output = fixedOutput(input, ov::Shape{sequence.size(), 1, alphabet.size()}, values);
+    return std::make_shared<ov::Model>(ov::ResultVector{namedResult(output, "logits")}, ov::ParameterVector{input});
+}
+
+PixelLinkGrid pixelLinkGrid(std::size_t height, std::size_t width, const std::vector<std::string>& rows) {
+    const std::size_t plane = height * width;
+    PixelLinkGrid grid;
+    grid.pixels.assign(2 * plane, 0.0f);
+    grid.links.assign(16 * plane, 0.0f);
+    auto positive = [&](long y, long x) {
+        return y >= 0 && x >= 0 && static_cast<std::size_t>(y) < height && static_cast<std::size_t>(x) < width &&
+               rows[y][x] == '#';
+    };
+    const int dx[8] = {-1, 0, 1, -1, 1, -1, 0, 1};
+    const int dy[8] = {-1, -1, -1, 0, 0, 1, 1, 1};
+    for (std::size_t y = 0; y < height; ++y) {
+        for (std::size_t x = 0; x < width; ++x) {
+            const std::size_t p = y * width + x;
+            const bool yes = positive(static_cast<long>(y), static_cast<long>(x));
+            grid.pixels[p] = yes ? 0.0f : 10.0f;
+            grid.pixels[plane + p] = yes ? 10.0f : 0.0f;
+            for (int k = 0; k < 8; ++k) {
+                const bool link = yes && positive(static_cast<long>(y) + dy[k], static_cast<long>(x) + dx[k]);
+                grid.links[(2 * k) * plane + p] = link ? 0.0f : 10.0f;
+                grid.links[(2 * k + 1) * plane + p] = link ? 10.0f : 0.0f;
+            }
+        }
+    }
+    return grid;
+}
+
 void packNetwork(const std::string& folder, int group, const std::string& detailsLine,
                  const std::string& classTable, const std::shared_ptr<ov::Model>& model) {
     std::ostringstream xml;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <memory>
+#include <vector>
 #include <string>
 
 #include <openvino/core/model.hpp>
@@ -21,6 +23,25 @@ std::shared_ptr<ov::Model> twoOutputNetwork();
 
 // Two inputs: refused at load time.
 std::shared_ptr<ov::Model> twoInputNetwork();
+
+// Networks whose outputs are fixed (they read the image only to stay
+// connected to it): a face detector with the given DetectionOutput rows
+// [1, 1, N, 7]; a pixel-and-link text detector whose pixel and link outputs
+// ([1, 2, H, W] and [1, 16, H, W]) hold the given scores; a recogniser whose
+// [T, 1, 37] scores put 10 on the symbol of each character of the sequence
+// ("#" for the blank) and 0 elsewhere.
+std::shared_ptr<ov::Model> fixedFaceNetwork(const std::vector<std::array<float, 7>>& rows);
+std::shared_ptr<ov::Model> fixedPixelLinkNetwork(std::size_t height, std::size_t width,
+                                                 const std::vector<float>& pixels, const std::vector<float>& links);
+std::shared_ptr<ov::Model> fixedRecogniserNetwork(const std::string& sequence);
+
+// Pixel-and-link scores for a set of positive cells, every link between
+// positive cells positive: pairs (10, 0) for no and (0, 10) for yes.
+struct PixelLinkGrid {
+    std::vector<float> pixels;  // [2, H, W]
+    std::vector<float> links;   // [16, H, W]
+};
+PixelLinkGrid pixelLinkGrid(std::size_t height, std::size_t width, const std::vector<std::string>& rows);
 
 // Serialises the model to IR and writes it, enciphered, as a resource folder.
 void packNetwork(const std::string& folder, int group, const std::string& detailsLine,
