@@ -80,7 +80,26 @@ NUBEX_API void DeInitializeNubexEngine(int32_t category);
  *   textScoreThreshold  the text pipeline runs only when the text-presence
  *              score is strictly above this value (percent).
  * Returns the result document (JSON, never NULL); free it with
- * ReleaseNubexMemory().
+ * ReleaseNubexMemory(). Its members, in this order:
+ *   "scan_result"  (only when the scan ran) [{"<category name>": score}, ...]
+ *                  in the order the categories were accepted; scores are
+ *                  percentages with at most 4 decimals (cut, not rounded);
+ *                  -1 means the category has no calibration record.
+ *   "text_details" (only when text was read) one string per line of text:
+ *                  "x1,y1,x2,y2,x3,y3,x4,y4,words" where the corners are the
+ *                  line's box in image pixels (top-left, top-right,
+ *                  bottom-right, bottom-left) and words are the words read on
+ *                  that line, left to right, separated by single spaces
+ *                  (lower-case letters and digits only). Lines come top to
+ *                  bottom; words far apart on one line come as separate lines.
+ *   "face_details" (only when faces were found) [{"score": s, "location":
+ *                  {"vertices": [top-left, top-right, bottom-left,
+ *                  bottom-right]}}] with each vertex {"y": row, "x": column};
+ *                  the face square may reach outside the image (negative or
+ *                  too large coordinates are not clamped).
+ *   "img_width", "img_height"  the size given.
+ *   "error_code"   the problems met, as text ("" when none).
+ *   "result"       "True" when no problem was met, else "False" (strings).
  */
 NUBEX_API char* ScanImage(const uint8_t* image, int32_t imageSize, int32_t width, int32_t height,
                           const char* categories, float* scores, float textScoreThreshold);

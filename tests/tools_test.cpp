@@ -8,6 +8,7 @@
 #include <openvino/core/graph_util.hpp>
 
 #include "support/temp_tree.h"
+#include "tools/annotate.h"
 #include "support/test_networks.h"
 #include "support/test_pack.h"
 
@@ -65,4 +66,24 @@ TEST(Tools, PackInspectVerifyAndScan) {
     const ToolRun listed = run("nubex-scan --resources " + (tree / "res") + " --list-categories --details");
     EXPECT_EQ(listed.output, "Vision Pro,\t1.0,\tDrinks,\tSmoke,\t\r\n14\tDrinks\n21\tSmoke\n");
     EXPECT_EQ(run("nubex-scan --resources " + (tree / "res") + " " + (tree / "missing.png")).status, 1);
+    EXPECT_EQ(run("nubex-scan --resources " + (tree / "res") + " --annotate " + (tree / "out.png") + " " +
+                  (tree / "green.png") + " " + (tree / "green.png"))
+                  .status,
+              0);
+    EXPECT_FALSE(cv::imread(tree / "out.png").empty());
+    EXPECT_FALSE(cv::imread(tree / "out-2.png").empty());
+}
+
+TEST(Tools, AnnotationDrawsFacesAndTextLines) {
+    const cv::Mat image(100, 120, CV_8UC3, cv::Scalar(0, 0, 0));
+    const std::string document =
+        "{\"text_details\":[\"10,60,80,60,80,90,10,90,hello world\"],\"face_details\":[{\"score\":87.5,"
+        "\"location\":{\"vertices\":[{\"y\":10,\"x\":20},{\"y\":10,\"x\":50},{\"y\":40,\"x\":20},"
+        "{\"y\":40,\"x\":50}]}}],\"img_width\":120,\"img_height\":100,\"error_code\":\"\",\"result\":\"True\"}";
+    const cv::Mat drawn = Tools::annotate(image, document);
+    EXPECT_EQ(drawn.at<cv::Vec3b>(25, 20), cv::Vec3b(0, 200, 0));  // left edge of the face square
+    EXPECT_EQ(drawn.at<cv::Vec3b>(75, 80), cv::Vec3b(0, 0, 230));  // right edge of the text box
+    EXPECT_EQ(drawn.at<cv::Vec3b>(25, 35), cv::Vec3b(0, 0, 0));    // inside stays
+    EXPECT_EQ(cv::countNonZero(image.reshape(1)), 0);               // the original is untouched
+    EXPECT_EQ(cv::norm(Tools::annotate(image, "not json"), image), 0.0);
 }

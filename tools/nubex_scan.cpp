@@ -13,6 +13,7 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "nubex_engine.h"
+#include "tools/annotate.h"
 
 namespace {
 
@@ -24,6 +25,7 @@ struct Options {
     bool listCategories = false;
     bool details = false;
     float textThreshold = 50.0f;
+    std::string annotatePath;
 };
 
 void usage() {
@@ -32,7 +34,9 @@ void usage() {
                  "  --resources DIR       add a resource directory (repeatable)\n"
                  "  --list-categories     print the scannable categories\n"
                  "  --details             print the resource sets\n"
-                 "  --text-threshold T    text-presence threshold in percent (default 50)\n";
+                 "  --text-threshold T    text-presence threshold in percent (default 50)\n"
+                 "  --annotate OUT.png    draw the faces and lines of text found over the image\n"
+                 "                        (OUT-2.png, OUT-3.png ... for further images)\n";
 }
 
 bool parseOptions(int argc, char** argv, Options& options) {
@@ -58,6 +62,10 @@ bool parseOptions(int argc, char** argv, Options& options) {
             const char* threshold = value("--text-threshold");
             if (threshold == nullptr) return false;
             options.textThreshold = std::strtof(threshold, nullptr);
+        } else if (argument == "--annotate") {
+            const char* path = value("--annotate");
+            if (path == nullptr) return false;
+            options.annotatePath = path;
         } else if (argument == "--list-categories") {
             options.listCategories = true;
         } else if (argument == "--details") {
@@ -125,7 +133,16 @@ std::vector<std::uint8_t> pixelBuffer(const cv::Mat& image) {
     return buffer;
 }
 
-std::string scanFile(const std::string& path, const std::string& categories, float threshold) {
+// OUT.png for the first image, OUT-2.png, OUT-3.png ... for the others.
+std::string annotationPath(const std::string& path, std::size_t index) {
+    if (index == 0) return path;
+    const std::filesystem::path base(path);
+    return (base.parent_path() / (base.stem().string() + "-" + std::to_string(index + 1) + base.extension().string()))
+        .string();
+}
+
+std::string scanFile(const std::string& path, const std::string& categories, float threshold,
+                     const std::string& annotation) {
     const cv::Mat image = cv::imread(path, cv::IMREAD_COLOR);
     if (image.empty()) throw std::runtime_error("cannot read image: " + path);
     const auto buffer = pixelBuffer(image);
@@ -134,6 +151,9 @@ std::string scanFile(const std::string& path, const std::string& categories, flo
                                categories.c_str(), scores.data(), threshold);
     std::string text = document != nullptr ? document : "";
     ReleaseNubexMemory(document);
+    if (!annotation.empty() && !cv::imwrite(annotation, Tools::annotate(image, text))) {
+        throw std::runtime_error("cannot write " + annotation);
+    }
     return text;
 }
 
@@ -166,7 +186,9 @@ int main(int argc, char** argv) {
     for (std::size_t i = 0; i < files.size(); ++i) {
         if (files.size() > 1) std::cerr << "[" << i + 1 << "/" << files.size() << "] " << files[i] << "\n";
         try {
-            const std::string document = scanFile(files[i], categories, options.textThreshold);
+            const std::string annotation =
+                options.annotatePath.empty() ? std::string() : annotationPath(options.annotatePath, i);
+            const std::string document = scanFile(files[i], categories, options.textThreshold, annotation);
             if (files.size() > 1) std::cout << files[i] << "\t";
             std::cout << document << std::endl;
         } catch (const std::exception& error) {

@@ -1,6 +1,8 @@
 #include "detectors/text_recogniser.h"
 
 #include <cfloat>
+#include <deque>
+#include <memory>
 #include <cmath>
 #include <stdexcept>
 #include <vector>
@@ -75,32 +77,68 @@ cv::Mat cropRegion(const cv::Mat& image, const std::array<cv::Point2f, 4>& corne
     return crop;
 }
 
-Reading readRegion(const cv::Mat& image, const std::array<cv::Point2f, 4>& corners,
-                   const Inference::LoadedModel& recogniser) {
-    const auto channels = recogniser.inputDimension(1);
-    const cv::Size size(static_cast<int>(recogniser.inputDimension(3)), static_cast<int>(recogniser.inputDimension(2)));
-    if (size.width == 0 || size.height == 0) throw std::logic_error("The recognition network input has no height or width.");
-    cv::Mat crop = cropRegion(image, corners, size);
-    if (channels == 1) cv::cvtColor(crop, crop, cv::COLOR_BGR2GRAY);
+namespace {
 
-    const auto lease = recogniser.pool->borrow();
-    Inference::InferReqWrap& request = **lease;
+// How many regions are read at once by one text worker.
+constexpr std::size_t kRegionsInFlight = 3;
+
+void fillRegion(const cv::Mat& image, const std::array<cv::Point2f, 4>& corners,
+                const Inference::LoadedModel& recogniser, Inference::InferReqWrap& request) {
+    const cv::Size size(static_cast<int>(recogniser.inputDimension(3)), static_cast<int>(recogniser.inputDimension(2)));
+    if (size.width == 0 || size.height == 0) {
+        throw std::logic_error("The recognition network input has no height or width.");
+    }
+    cv::Mat crop = cropRegion(image, corners, size);
+    if (recogniser.inputDimension(1) == 1) cv::cvtColor(crop, crop, cv::COLOR_BGR2GRAY);
     ov::Tensor tensor = request.getTensor(recogniser.inputName);
     fillPlanar(crop, tensor);
-    lease->run();
+}
+
+Reading decodeOutput(Inference::InferReqWrap& request) {
     const ov::Tensor& output = request.outputTensors().at(request.outputNames().at(0));
     const ov::Shape shape = output.get_shape();
     if (shape.size() < 3 || shape[2] != kAlphabet.size()) {
         throw std::logic_error("The text recognition model does not correspond to alphabet.");
     }
+    // Row t of the first sequence of the batch.
     std::vector<float> scores(shape[0] * shape[2]);
+    const float* values = output.get_element_type() == ov::element::f32 ? output.data<const float>() : nullptr;
     for (std::size_t t = 0; t < shape[0]; ++t) {
+        const std::size_t row = t * shape[1] * shape[2];
         for (std::size_t i = 0; i < shape[2]; ++i) {
-            // Row t of the first sequence of the batch.
-            scores[t * shape[2] + i] = tensorValue(output, (t * shape[1]) * shape[2] + i);
+            scores[t * shape[2] + i] = values != nullptr ? values[row + i] : tensorValue(output, row + i);
         }
     }
     return greedyDecode(scores.data(), shape[0], shape[2]);
+}
+
+}  // namespace
+
+void readRegions(const cv::Mat& image, const std::vector<std::array<cv::Point2f, 4>>& regions,
+                 const Inference::LoadedModel& recogniser, std::vector<Reading>& done) {
+    std::deque<std::unique_ptr<Inference::RequestLease>> inFlight;
+    auto finishOldest = [&] {
+        const auto lease = std::move(inFlight.front());
+        inFlight.pop_front();
+        lease->wait();
+        done.push_back(decodeOutput(**lease));
+    };
+    for (const auto& corners : regions) {
+        // Wait for a request only while holding none: two workers each
+        // holding some requests must never wait for the other's.
+        std::unique_ptr<Inference::RequestLease> lease;
+        while (!(lease = inFlight.size() < kRegionsInFlight ? recogniser.pool->tryBorrow() : nullptr)) {
+            if (inFlight.empty()) {
+                lease = recogniser.pool->borrow();
+                break;
+            }
+            finishOldest();
+        }
+        fillRegion(image, corners, recogniser, **lease);
+        lease->start();
+        inFlight.push_back(std::move(lease));
+    }
+    while (!inFlight.empty()) finishOldest();
 }
 
 }  // namespace Detectors

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include <opencv2/core.hpp>
 
@@ -39,10 +40,12 @@ int startingCorner(const std::array<cv::Point2f, 4>& corners);
 // goes to (0, 0), the next to (W - 1, 0), the one after to (W - 1, H - 1).
 cv::Mat cropRegion(const cv::Mat& image, const std::array<cv::Point2f, 4>& corners, cv::Size size);
 
-// Reads one region with the recognition network. Throws "The text
-// recognition model does not correspond to alphabet." when the network's
-// class dimension is not the alphabet's length.
-Reading readRegion(const cv::Mat& image, const std::array<cv::Point2f, 4>& corners,
-                   const Inference::LoadedModel& recogniser);
+// Reads regions with the recognition network, in order. Several requests
+// are kept busy at once, so that one region is cut out while others are
+// read. Throws "The text recognition model does not correspond to
+// alphabet." when the network's class dimension is not the alphabet's
+// length; readings made before a failure are in done.
+void readRegions(const cv::Mat& image, const std::vector<std::array<cv::Point2f, 4>>& regions,
+                 const Inference::LoadedModel& recogniser, std::vector<Reading>& done);
 
 }  // namespace Detectors

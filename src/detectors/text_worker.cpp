@@ -52,17 +52,23 @@ std::int32_t readText(const cv::Mat& image, float threshold, float* scores, std:
         lines.insert(lines.end(), grouped.begin(), grouped.end());
         return static_cast<std::int32_t>(grouped.size());
     };
-    try {
-        for (const auto& region : regions) {
-            const auto corners = regionCorners(region, working.size());
-            const Reading reading = readRegion(working, corners, *reader);
-            if (reading.confidence < kMinimumConfidence || reading.text.empty()) continue;
-            findings.push_back(findingLine(corners, working.size(), reading.text));
+    std::vector<std::array<cv::Point2f, 4>> corners;
+    for (const auto& region : regions) corners.push_back(regionCorners(region, working.size()));
+    std::vector<Reading> readings;
+    auto keepReadings = [&] {
+        for (std::size_t i = 0; i < readings.size(); ++i) {
+            if (readings[i].confidence < kMinimumConfidence || readings[i].text.empty()) continue;
+            findings.push_back(findingLine(corners[i], working.size(), readings[i].text));
         }
+    };
+    try {
+        readRegions(working, corners, *reader, readings);
     } catch (...) {
-        deliver();  // what was read before the failure stays
+        keepReadings();  // what was read before the failure stays
+        deliver();
         throw;
     }
+    keepReadings();
     return deliver();
 }
 

@@ -44,10 +44,16 @@ RequestLease::~RequestLease() {
 }
 
 void RequestLease::run() {
+    start();
+    wait();
+}
+
+void RequestLease::start() {
     request_->startAsync();
     started_ = true;
-    request_->wait();
 }
+
+void RequestLease::wait() { request_->wait(); }
 
 InferRequestsQueue::InferRequestsQueue(ov::CompiledModel& compiled, std::size_t requestCount) {
     if (requestCount == 0) requestCount = 1;
@@ -67,6 +73,15 @@ InferRequestsQueue::~InferRequestsQueue() {
 InferReqWrap::Ptr InferRequestsQueue::getIdleRequest() {
     std::unique_lock<std::mutex> lock(mutex_);
     idleCondition_.wait(lock, [this] { return !idleIds_.empty(); });
+    return takeFront();
+}
+
+InferReqWrap::Ptr InferRequestsQueue::tryGetIdleRequest() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return idleIds_.empty() ? nullptr : takeFront();
+}
+
+InferReqWrap::Ptr InferRequestsQueue::takeFront() {
     const std::size_t id = idleIds_.front();
     if (id >= requests_.size()) throw std::out_of_range("invalid vector subscript");
     idleIds_.pop_front();
@@ -87,6 +102,11 @@ void InferRequestsQueue::settle(std::size_t id) {
 
 std::unique_ptr<RequestLease> InferRequestsQueue::borrow() {
     return std::make_unique<RequestLease>(*this, getIdleRequest());
+}
+
+std::unique_ptr<RequestLease> InferRequestsQueue::tryBorrow() {
+    auto request = tryGetIdleRequest();
+    return request ? std::make_unique<RequestLease>(*this, std::move(request)) : nullptr;
 }
 
 }  // namespace Inference

@@ -56,6 +56,9 @@ public:
     InferReqWrap* operator->() const { return request_.get(); }
     // Starts the request and waits until its results are ready.
     void run();
+    // The two halves of run, for borrowers that keep several requests busy.
+    void start();
+    void wait();
 
 private:
     InferRequestsQueue& pool_;
@@ -75,8 +78,13 @@ public:
     InferRequestsQueue& operator=(const InferRequestsQueue&) = delete;
 
     InferReqWrap::Ptr getIdleRequest();
+    // An idle request, or null at once when all are busy.
+    InferReqWrap::Ptr tryGetIdleRequest();
     void putIdleRequest(std::size_t id, double latency);
     std::unique_ptr<RequestLease> borrow();
+    // Null when no request is idle: for borrowers that already hold one and
+    // must not wait while holding it.
+    std::unique_ptr<RequestLease> tryBorrow();
     std::size_t size() const { return requests_.size(); }
 
 private:
@@ -84,6 +92,8 @@ private:
     // Called once by the completion callback and once by the lease; the
     // second call of the two returns the request.
     void settle(std::size_t id);
+    // Hands out the front idle id; the caller holds the mutex.
+    InferReqWrap::Ptr takeFront();
 
     std::vector<InferReqWrap::Ptr> requests_;
     std::vector<int> pendingSettlements_;

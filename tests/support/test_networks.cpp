@@ -135,6 +135,53 @@ std::shared_ptr<ov::Model> fixedRecogniserNetwork(const std::string& sequence) {
     return std::make_shared<ov::Model>(ov::ResultVector{namedResult(output, "logits")}, ov::ParameterVector{input});
 }
 
+namespace {
+
+// Convolution features of the input at 1/4 of its size with the given
+// channel count (inner layers `width` wide), scaled down to a negligible share.
+std::shared_ptr<ov::Node> quarterFeatures(const std::shared_ptr<v0::Parameter>& input, std::size_t channels,
+                                          std::size_t width) {
+    std::shared_ptr<ov::Node> node = convolution(input, 3, width / 2, 2);
+    node = convolution(node, width / 2, width, 2);
+    node = convolution(node, width, width, 1);
+    node = convolution(node, width, channels, 1);
+    return std::make_shared<v1::Multiply>(node, v0::Constant::create(ov::element::f32, {}, {1e-6f}));
+}
+
+}  // namespace
+
+std::shared_ptr<ov::Model> convolutionalPixelLinkNetwork(std::size_t height, std::size_t width,
+                                                         const std::vector<float>& pixels,
+                                                         const std::vector<float>& links) {
+    auto input = imageInput(4 * height, 4 * width, "image");
+    auto features = quarterFeatures(input, 18, 48);
+    auto split = std::make_shared<v1::VariadicSplit>(features, v0::Constant::create(ov::element::i64, {}, {1}),
+                                                     v0::Constant::create(ov::element::i64, {2}, {2, 16}));
+    auto pixelOutput = std::make_shared<v1::Add>(
+        v0::Constant::create(ov::element::f32, ov::Shape{1, 2, height, width}, pixels), split->output(0));
+    auto linkOutput = std::make_shared<v1::Add>(
+        v0::Constant::create(ov::element::f32, ov::Shape{1, 16, height, width}, links), split->output(1));
+    return std::make_shared<ov::Model>(
+        ov::ResultVector{namedResult(pixelOutput, "pixels"), namedResult(linkOutput, "links")},
+        ov::ParameterVector{input});
+}
+
+std::shared_ptr<ov::Model> convolutionalRecogniserNetwork(const std::string& sequence) {
+    static const std::string alphabet = "0123456789abcdefghijklmnopqrstuvwxyz#";
+    const std::size_t steps = sequence.size();
+    auto input = imageInput(32, 4 * steps, "image");
+    // About 0.2 GMAC, the cost of a compact recogniser of 32-pixel-high crops.
+    auto features = quarterFeatures(input, alphabet.size(), 256);  // [1, 37, 8, steps]
+    auto axes = v0::Constant::create(ov::element::i64, {1}, {2});
+    std::shared_ptr<ov::Node> node = std::make_shared<v1::ReduceMean>(features, axes, false);  // [1, 37, steps]
+    node = std::make_shared<v1::Transpose>(node, v0::Constant::create(ov::element::i64, {3}, {2, 0, 1}));
+    std::vector<float> values(steps * alphabet.size(), 0.0f);
+    for (std::size_t t = 0; t < steps; ++t) values[t * alphabet.size() + alphabet.find(sequence[t])] = 10.0f;
+    node = std::make_shared<v1::Add>(v0::Constant::create(ov::element::f32, ov::Shape{steps, 1, alphabet.size()}, values),
+                                     node);
+    return std::make_shared<ov::Model>(ov::ResultVector{namedResult(node, "logits")}, ov::ParameterVector{input});
+}
+
 PixelLinkGrid pixelLinkGrid(std::size_t height, std::size_t width, const std::vector<std::string>& rows) {
     const std::size_t plane = height * width;
     PixelLinkGrid grid;

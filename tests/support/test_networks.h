@@ -35,6 +35,14 @@ std::shared_ptr<ov::Model> fixedPixelLinkNetwork(std::size_t height, std::size_t
                                                  const std::vector<float>& pixels, const std::vector<float>& links);
 std::shared_ptr<ov::Model> fixedRecogniserNetwork(const std::string& sequence);
 
+// Like the fixed networks above, but with convolutional work in the path so
+// that inference costs what a compact real network costs: the outputs are the
+// fixed ones plus a negligible (1e-6) share of the convolution features.
+std::shared_ptr<ov::Model> convolutionalPixelLinkNetwork(std::size_t height, std::size_t width,
+                                                         const std::vector<float>& pixels,
+                                                         const std::vector<float>& links);
+std::shared_ptr<ov::Model> convolutionalRecogniserNetwork(const std::string& sequence);
+
 // Pixel-and-link scores for a set of positive cells, every link between
 // positive cells positive: pairs (10, 0) for no and (0, 10) for yes.
 struct PixelLinkGrid {
