@@ -72,7 +72,9 @@ NUBEX_API void DeInitializeNubexEngine(int32_t category);
  * Scans one image.
  *   image      3 bytes per pixel (blue, green, red), top row first; each row is
  *              width * 3 bytes followed by (width % 4) padding bytes.
- *   imageSize  not read; pass the buffer size for your own bookkeeping.
+ *   imageSize  the buffer's size in bytes, or 0. When positive it must cover
+ *              height * (width * 3 + width % 4) bytes, else the image is
+ *              reported as "Invalid image data..." and not read.
  *   width, height  in pixels, both at least 1.
  *   categories comma-separated decimal category identifiers, e.g. "14, 21".
  *   scores     out: one float per accepted category, in the order accepted;

@@ -4,13 +4,14 @@
 #   NUBEX_BUILD_DIR   build folder (default: build)
 #   NUBEX_BUILD_TYPE  CMake build type (default: Release)
 #   NUBEX_CMAKE_ARGS  extra CMake arguments (for example sanitizer options)
+#   NUBEX_BUILD_TARGETS  build only these targets (default: everything)
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build_dir=${NUBEX_BUILD_DIR:-$root/build}
 build_type=${NUBEX_BUILD_TYPE:-Release}
 
 apt_packages=(build-essential cmake pkg-config libopencv-dev rapidjson-dev libgtest-dev libgmock-dev
-              libbenchmark-dev python3-venv)
+              libbenchmark-dev python3-venv clang libclang-rt-14-dev)
 missing=()
 for p in "${apt_packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
@@ -40,4 +41,9 @@ echo "[setup] configuring $build_dir ($build_type)"
 cmake -S "$root" -B "$build_dir" -DCMAKE_BUILD_TYPE="$build_type" -DOpenVINO_DIR="$openvino_dir" \
   ${NUBEX_CMAKE_ARGS:-} >/dev/null
 echo "[setup] building"
-cmake --build "$build_dir" -j "$(nproc)"
+if [ -n "${NUBEX_BUILD_TARGETS:-}" ]; then
+  # shellcheck disable=SC2086
+  cmake --build "$build_dir" -j "$(nproc)" --target ${NUBEX_BUILD_TARGETS}
+else
+  cmake --build "$build_dir" -j "$(nproc)"
+fi

@@ -8,7 +8,7 @@
 #include "detectors/image_input.h"
 #include "nubex_engine.h"
 #include "support/temp_tree.h"
-#include "support/test_networks.h"
+#include "support/test_pack.h"
 
 using namespace testing_support;
 
@@ -18,25 +18,7 @@ namespace {
 class DetectorEnvironment : public ::testing::Environment {
 public:
     void SetUp() override {
-        packNetwork(tree_ / "faces", 0, "8337, Faces, 1.0", "0,Background\n8337,Face",
-                    fixedFaceNetwork({{0, 1, 0.9f, 0.1f, 0.2f, 0.3f, 0.5f},
-                                      {0, 2, 0.5f, 0.1f, 0.1f, 0.2f, 0.2f},
-                                      {0, 1, 0.75f, -0.05f, -0.1f, 0.15f, 0.2f},
-                                      {-1, 1, 0.99f, 0.1f, 0.1f, 0.2f, 0.2f},
-                                      {0, 1, 0.99f, 0.1f, 0.1f, 0.2f, 0.2f}}));
-        // Two words side by side and one below them; a one-cell speck is too small.
-        const auto grid = pixelLinkGrid(6, 12, {"###.###....#",
-                                                "###.###.....",
-                                                "###.###.....",
-                                                "............",
-                                                "#####.......",
-                                                "#####......."});
-        packNetwork(tree_ / "text-detector", 0, "9112, Text Detector, 1.0", "0,Background\n5,Text",
-                    fixedPixelLinkNetwork(6, 12, grid.pixels, grid.links));
-        packNetwork(tree_ / "text-presence", 1, "9113, Text Presence, 1.0", "0,Background\n5,Text",
-                    channelMeansNetwork(8, 8, 255.0f));
-        packNetwork(tree_ / "text-reader", 2, "19112, Text Reader, 1.0", "1,Symbols",
-                    fixedRecogniserNetwork("ab#b1122"));
+        writeDetectorPack(tree_.str());
         ASSERT_EQ(SetNubexResourceDirectory(tree_.str().c_str()), 2u);
         ASSERT_GT(InitializeNubexEngine(), 0u);
     }

@@ -1,6 +1,8 @@
 #include "engine/platform.h"
 
 #include <dirent.h>
+#include <pthread.h>
+#include <signal.h>
 #include <dlfcn.h>
 #include <sys/stat.h>
 
@@ -69,6 +71,37 @@ int fileStatus(const std::string& path) {
 bool isRegularFile(const std::string& path) {
     struct stat status {};
     return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+namespace {
+
+bool brokenPipePending() {
+    sigset_t pending;
+    sigemptyset(&pending);
+    return ::sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
+}
+
+}  // namespace
+
+QuietBrokenPipe::QuietBrokenPipe() {
+    static_assert(sizeof(sigset_t) <= sizeof(savedMask_), "room for a signal mask");
+    wasPending_ = brokenPipePending();
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGPIPE);
+    ::pthread_sigmask(SIG_BLOCK, &blocked, reinterpret_cast<sigset_t*>(savedMask_));
+}
+
+QuietBrokenPipe::~QuietBrokenPipe() {
+    // A SIGPIPE raised by our own write is taken off before the mask returns.
+    if (!wasPending_ && brokenPipePending()) {
+        sigset_t pipe;
+        sigemptyset(&pipe);
+        sigaddset(&pipe, SIGPIPE);
+        const timespec noWait{0, 0};
+        ::sigtimedwait(&pipe, nullptr, &noWait);
+    }
+    ::pthread_sigmask(SIG_SETMASK, reinterpret_cast<const sigset_t*>(savedMask_), nullptr);
 }
 
 }  // namespace Nubex::platform

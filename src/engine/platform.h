@@ -29,6 +29,20 @@ int fileStatus(const std::string& path);
 // True when the path names a regular file (links followed).
 bool isRegularFile(const std::string& path);
 
+// While it lives, a write to a closed pipe on this thread fails with an error
+// instead of raising SIGPIPE (which would end the host process).
+class QuietBrokenPipe {
+public:
+    QuietBrokenPipe();
+    ~QuietBrokenPipe();
+    QuietBrokenPipe(const QuietBrokenPipe&) = delete;
+    QuietBrokenPipe& operator=(const QuietBrokenPipe&) = delete;
+
+private:
+    unsigned char savedMask_[128];
+    bool wasPending_ = false;
+};
+
 // The path separator that stored directories end with.
 constexpr char kPathSeparator = '/';
 

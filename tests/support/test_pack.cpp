@@ -11,4 +11,26 @@ void writeClassifierPack(const std::string& directory) {
                 channelMeansNetwork(24, 24, 510.0f));
 }
 
+void writeDetectorPack(const std::string& directory) {
+    packNetwork(directory + "/faces", 0, "8337, Faces, 1.0", "0,Background\n8337,Face",
+                fixedFaceNetwork({{0, 1, 0.9f, 0.1f, 0.2f, 0.3f, 0.5f},
+                                  {0, 2, 0.5f, 0.1f, 0.1f, 0.2f, 0.2f},
+                                  {0, 1, 0.75f, -0.05f, -0.1f, 0.15f, 0.2f},
+                                  {-1, 1, 0.99f, 0.1f, 0.1f, 0.2f, 0.2f},
+                                  {0, 1, 0.99f, 0.1f, 0.1f, 0.2f, 0.2f}}));
+    // Two words side by side and one below them; a one-cell speck is too small.
+    const auto grid = pixelLinkGrid(6, 12, {"###.###....#",
+                                            "###.###.....",
+                                            "###.###.....",
+                                            "............",
+                                            "#####.......",
+                                            "#####......."});
+    packNetwork(directory + "/text-detector", 0, "9112, Text Detector, 1.0", "0,Background\n5,Text",
+                fixedPixelLinkNetwork(6, 12, grid.pixels, grid.links));
+    packNetwork(directory + "/text-presence", 1, "9113, Text Presence, 1.0", "0,Background\n5,Text",
+                channelMeansNetwork(8, 8, 255.0f));
+    packNetwork(directory + "/text-reader", 2, "19112, Text Reader, 1.0", "1,Symbols",
+                fixedRecogniserNetwork("ab#b1122"));
+}
+
 }  // namespace testing_support

@@ -9,4 +9,10 @@ namespace testing_support {
 // channel means) and its second stage "Vision Lite" (resource 101).
 void writeClassifierPack(const std::string& directory);
 
+// The generated detector packs: faces (8337, category 8337 Face) with fixed
+// DetectionOutput rows, and the text set (9112 detector with category 5 Text,
+// 9113 presence classifier reading the green channel, 19112 recogniser that
+// reads "abb12" from every region).
+void writeDetectorPack(const std::string& directory);
+
 }  // namespace testing_support
