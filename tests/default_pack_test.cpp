@@ -1,0 +1,134 @@
+// Quality checks of the default resource pack on real pictures: the face of
+// the sample portrait, words rendered with a Debian font, the text-presence
+// gate, and the content classifier's stability. Skipped where the pack was not
+// built (fuzzing builds).
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <opencv2/imgcodecs.hpp>
+#include <rapidjson/document.h>
+
+#include "detectors/image_input.h"
+#include "nubex_engine.h"
+
+namespace {
+
+const std::string kPack = NUBEX_DEFAULT_PACK_DIR;
+const std::string kSamples = NUBEX_SAMPLES_DIR;
+
+struct Scan {
+    rapidjson::Document document;
+    std::string text;
+};
+
+Scan scanFile(const std::string& path, const char* categories, float threshold = 50.0f) {
+    const cv::Mat image = cv::imread(path, cv::IMREAD_COLOR);
+    EXPECT_FALSE(image.empty()) << path;
+    const auto pixels = Detectors::packPixelBuffer(image);
+    std::vector<float> scores(64, 0.0f);
+    char* document = ScanImage(pixels.data(), static_cast<int32_t>(pixels.size()), image.cols, image.rows,
+                               categories, scores.data(), threshold);
+    Scan scan;
+    scan.text = document;
+    ReleaseNubexMemory(document);
+    scan.document.Parse(scan.text.c_str());
+    return scan;
+}
+
+float score(const Scan& scan, const char* name) {
+    for (const auto& entry : scan.document["scan_result"].GetArray()) {
+        if (entry.HasMember(name)) return static_cast<float>(entry[name].GetDouble());
+    }
+    ADD_FAILURE() << "no score for " << name << " in " << scan.text;
+    return -1.0f;
+}
+
+class DefaultPack : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        if (!std::filesystem::exists(kPack + "/faces")) return;
+        SetNubexResourceDirectory(kPack.c_str());
+        InitializeNubexEngine();
+    }
+    static void TearDownTestSuite() { DeInitializeNubexEngine(-1); }
+    void SetUp() override {
+        if (!std::filesystem::exists(kPack + "/faces")) GTEST_SKIP() << "the default pack is not built here";
+    }
+};
+
+}  // namespace
+
+TEST_F(DefaultPack, FindsTheFaceOfThePortrait) {
+    const Scan scan = scanFile(kSamples + "/astronaut.png", "8337");
+    ASSERT_TRUE(scan.document.HasMember("face_details")) << scan.text;
+    const auto& faces = scan.document["face_details"].GetArray();
+    ASSERT_EQ(faces.Size(), 1u) << scan.text;
+    const auto& vertices = faces[0]["location"]["vertices"];
+    const cv::Rect found(cv::Point(vertices[0]["x"].GetInt(), vertices[0]["y"].GetInt()),
+                         cv::Point(vertices[3]["x"].GetInt(), vertices[3]["y"].GetInt()));
+    // Measured once by eye on the picture: hairline to chin, ear to ear.
+    const cv::Rect measured(cv::Point(168, 40), cv::Point(286, 190));
+    const double iou = static_cast<double>((found & measured).area()) / (found | measured).area();
+    EXPECT_GE(iou, 0.5) << scan.text;
+    EXPECT_GT(score(scan, "Face"), 80.0f);
+    EXPECT_FALSE(scanFile(kSamples + "/coffee.png", "8337").document.HasMember("face_details"));
+}
+
+TEST_F(DefaultPack, ReadsRenderedWords) {
+    std::ifstream manifest(kSamples + "/words/manifest.txt");
+    std::string name;
+    std::string word;
+    int words = 0;
+    int read = 0;
+    std::string misses;
+    while (manifest >> name >> word) {
+        ++words;
+        const Scan scan = scanFile(kSamples + "/words/" + name, "9112");
+        std::string readings;
+        if (scan.document.HasMember("text_details")) {
+            for (const auto& line : scan.document["text_details"].GetArray()) {
+                const std::string text = line.GetString();
+                std::size_t commas = 0, at = 0;
+                while (commas < 8 && at < text.size()) commas += text[at++] == ',';
+                readings += " " + text.substr(at) + " ";
+            }
+        }
+        if (readings.find(" " + word + " ") != std::string::npos) {
+            ++read;
+        } else {
+            misses += word + " ->" + readings + "|";
+        }
+    }
+    ASSERT_GT(words, 20);
+    EXPECT_GE(read * 10, words * 9) << read << " of " << words << " read; missed: " << misses;
+}
+
+TEST_F(DefaultPack, TextGateSaysYesToTextAndNoToAPhotograph) {
+    for (const char* picture : {"/page.png", "/sign.png", "/words/word05.png"}) {
+        EXPECT_GT(score(scanFile(kSamples + picture, "9112"), "Text"), 50.0f) << picture;
+    }
+    for (const char* picture : {"/coffee.png", "/chelsea.png"}) {
+        EXPECT_LT(score(scanFile(kSamples + picture, "9112"), "Text"), 50.0f) << picture;
+    }
+}
+
+TEST_F(DefaultPack, ContentScoresAreStableAndBounded) {
+    const char* categories = "101,102,103,104,105,106,107,108,109,110,111,112,113,114,115,116,117,118";
+    for (const char* picture : {"/astronaut.png", "/coffee.png", "/chelsea.png"}) {
+        const Scan first = scanFile(kSamples + picture, categories);
+        const Scan second = scanFile(kSamples + picture, categories);
+        EXPECT_EQ(first.text, second.text);
+        for (const auto& entry : first.document["scan_result"].GetArray()) {
+            const double value = entry.MemberBegin()->value.GetDouble();
+            EXPECT_GE(value, 0.0) << first.text;
+            EXPECT_LE(value, 100.0) << first.text;
+        }
+    }
+    // The portrait shows a woman's face: the classifier agrees.
+    EXPECT_GT(score(scanFile(kSamples + "/astronaut.png", categories), "Female face"), 50.0f);
+}
