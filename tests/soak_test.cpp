@@ -86,7 +86,10 @@ TEST(Soak, WavesOfMixedScansWithReleasesBetween) {
     for (const long kilobytes : resident) report += std::to_string(kilobytes / 1024) + " ";
     std::printf("resident MiB after each wave: %s\n", report.c_str());
     RecordProperty("resident_mib_per_wave", report);
-    // After the first waves have loaded everything, memory stays flat.
+    // After the first waves have loaded everything, memory stays flat. The
+    // sanitizers keep freed memory in quarantine, so there it is only reported.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     EXPECT_LT(resident.back() - resident[2], 48 * 1024) << report;
+#endif
     DeInitializeNubexEngine(-1);
 }

@@ -1,0 +1,120 @@
+// The default pack: for each network, the engine's scan of the category it
+// serves against bare inference of the same compiled network on a prepared
+// input, measured alternately in one run. The text category's scan runs the
+// whole text pipeline (presence gate, detection, one recognition per word);
+// it is compared with the sum of those bare inferences.
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <opencv2/imgcodecs.hpp>
+#include <rapidjson/document.h>
+
+#include "detectors/image_input.h"
+#include "detectors/model_access.h"
+#include "nubex_engine.h"
+
+namespace {
+
+struct Picture {
+    cv::Mat image;
+    std::vector<std::uint8_t> pixels;
+};
+
+Picture load(const std::string& path) {
+    Picture picture;
+    picture.image = cv::imread(path, cv::IMREAD_COLOR);
+    picture.pixels = Detectors::packPixelBuffer(picture.image);
+    return picture;
+}
+
+std::string scan(const Picture& picture, const char* categories) {
+    float scores[4] = {};
+    char* document = ScanImage(picture.pixels.data(), static_cast<int32_t>(picture.pixels.size()), picture.image.cols,
+                               picture.image.rows, categories, scores, 50.0f);
+    std::string text = document;
+    ReleaseNubexMemory(document);
+    return text;
+}
+
+double secondsOf(const std::function<void()>& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+ov::InferRequest bareRequest(std::uint32_t resource) {
+    const auto model = Detectors::usableModel(resource);
+    ov::InferRequest request = model->compiled.create_infer_request();
+    ov::Tensor input(model->inputType, model->inputShape);
+    std::memset(input.data(), 100, input.get_byte_size());
+    request.set_input_tensor(input);
+    return request;
+}
+
+// Alternates scans of the category with the bare inferences; counters give
+// the means and their ratio.
+void compare(benchmark::State& state, const Picture& picture, const char* category,
+             const std::vector<std::pair<std::uint32_t, int>>& inferences) {
+    scan(picture, category);  // loads the networks
+    std::vector<std::pair<ov::InferRequest, int>> requests;
+    for (const auto& [resource, count] : inferences) requests.emplace_back(bareRequest(resource), count);
+    double engine = 0.0;
+    double bare = 0.0;
+    for (auto _ : state) {
+        engine += secondsOf([&] { scan(picture, category); });
+        bare += secondsOf([&] {
+            for (auto& [request, count] : requests) {
+                for (int i = 0; i < count; ++i) request.infer();
+            }
+        });
+    }
+    const double n = static_cast<double>(state.iterations());
+    state.counters["engine_ms"] = 1e3 * engine / n;
+    state.counters["bare_ms"] = 1e3 * bare / n;
+    state.counters["engine_over_bare"] = engine / bare;
+}
+
+std::string samples() { return std::string(NUBEX_SAMPLES_DIR); }
+
+void ContentClassifier(benchmark::State& state) {
+    // The portrait's content scores are certain: no second stage runs.
+    compare(state, load(samples() + "/astronaut.png"), "118", {{700, 1}});
+}
+
+void FaceDetector(benchmark::State& state) {
+    compare(state, load(samples() + "/astronaut.png"), "8337", {{8337, 1}});
+}
+
+void TextPipeline(benchmark::State& state) {
+    const Picture sign = load(samples() + "/sign.png");
+    rapidjson::Document document;
+    document.Parse(scan(sign, "9112").c_str());
+    const int words = document.HasMember("text_details") ? static_cast<int>(document["text_details"].Size()) : 0;
+    compare(state, sign, "9112", {{9113, 1}, {9112, 1}, {19112, words}});
+    state.counters["words"] = words;
+}
+
+BENCHMARK(ContentClassifier)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(5.0);
+BENCHMARK(FaceDetector)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(5.0);
+BENCHMARK(TextPipeline)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(10.0);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (!std::filesystem::exists(std::string(NUBEX_DEFAULT_PACK_DIR) + "/faces")) {
+        std::fprintf(stderr, "the default pack is not built: run scripts/setup.sh\n");
+        return 1;
+    }
+    SetNubexResourceDirectory(NUBEX_DEFAULT_PACK_DIR);
+    InitializeNubexEngine();
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    DeInitializeNubexEngine(-1);
+    return 0;
+}
