@@ -16,6 +16,7 @@
 
 #include "detectors/image_input.h"
 #include "detectors/model_access.h"
+#include "bench_support.h"
 #include "nubex_engine.h"
 
 namespace {
@@ -41,33 +42,18 @@ std::string scan(const Picture& picture, const char* categories) {
     return text;
 }
 
-double secondsOf(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-ov::InferRequest bareRequest(std::uint32_t resource) {
-    const auto model = Detectors::usableModel(resource);
-    ov::InferRequest request = model->compiled.create_infer_request();
-    ov::Tensor input(model->inputType, model->inputShape);
-    std::memset(input.data(), 100, input.get_byte_size());
-    request.set_input_tensor(input);
-    return request;
-}
-
 // Alternates scans of the category with the bare inferences; counters give
 // the means and their ratio.
 void compare(benchmark::State& state, const Picture& picture, const char* category,
              const std::vector<std::pair<std::uint32_t, int>>& inferences) {
     scan(picture, category);  // loads the networks
     std::vector<std::pair<ov::InferRequest, int>> requests;
-    for (const auto& [resource, count] : inferences) requests.emplace_back(bareRequest(resource), count);
+    for (const auto& [resource, count] : inferences) requests.emplace_back(bench::bareRequest(resource), count);
     double engine = 0.0;
     double bare = 0.0;
     for (auto _ : state) {
-        engine += secondsOf([&] { scan(picture, category); });
-        bare += secondsOf([&] {
+        engine += bench::secondsOf([&] { scan(picture, category); });
+        bare += bench::secondsOf([&] {
             for (auto& [request, count] : requests) {
                 for (int i = 0; i < count; ++i) request.infer();
             }

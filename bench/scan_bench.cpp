@@ -13,6 +13,7 @@
 
 #include "detectors/image_input.h"
 #include "detectors/model_access.h"
+#include "bench_support.h"
 #include "nubex_engine.h"
 #include "support/temp_tree.h"
 #include "support/test_networks.h"
@@ -56,12 +57,6 @@ Setup& setup() {
     return instance;
 }
 
-double secondsOf(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
 std::size_t poolSize() { return 2 * std::max(1u, std::thread::hardware_concurrency()); }
 
 // One scan, then one bare inference of the prepared input, alternately, so
@@ -72,8 +67,8 @@ void SingleScanAgainstBareInference(benchmark::State& state) {
     double engine = 0.0;
     double bare = 0.0;
     for (auto _ : state) {
-        engine += secondsOf([] { setup().scan(); });
-        bare += secondsOf([&request] { request.infer(); });
+        engine += bench::secondsOf([] { setup().scan(); });
+        bare += bench::secondsOf([&request] { request.infer(); });
     }
     const double n = static_cast<double>(state.iterations());
     state.counters["engine_ms"] = 1e3 * engine / n;
@@ -92,12 +87,12 @@ void ConcurrentScansAgainstBareAsync(benchmark::State& state) {
     double engine = 0.0;
     double bare = 0.0;
     for (auto _ : state) {
-        engine += secondsOf([] {
+        engine += bench::secondsOf([] {
             std::vector<std::thread> scanners;
             for (std::size_t i = 0; i < poolSize(); ++i) scanners.emplace_back([] { setup().scan(); });
             for (auto& scanner : scanners) scanner.join();
         });
-        bare += secondsOf([&requests] {
+        bare += bench::secondsOf([&requests] {
             for (auto& request : requests) request.start_async();
             for (auto& request : requests) request.wait();
         });

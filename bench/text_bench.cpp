@@ -15,6 +15,7 @@
 #include "detectors/image_input.h"
 #include "detectors/model_access.h"
 #include "detectors/pixel_link_decoder.h"
+#include "bench_support.h"
 #include "nubex_engine.h"
 #include "support/temp_tree.h"
 #include "support/test_networks.h"
@@ -81,12 +82,6 @@ Setup& setup() {
     return instance;
 }
 
-double secondsOf(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
 void PixelLinkDecode1280x768(benchmark::State& state) {
     const auto& grid = setup().grid;
     std::size_t regions = 0;
@@ -97,26 +92,16 @@ void PixelLinkDecode1280x768(benchmark::State& state) {
     state.counters["regions"] = static_cast<double>(regions);
 }
 
-// A request of the engine's compiled network with an input of the right shape.
-ov::InferRequest bareRequest(std::uint32_t resource) {
-    const auto model = Detectors::usableModel(resource);
-    ov::InferRequest request = model->compiled.create_infer_request();
-    ov::Tensor input(model->inputType, model->inputShape);
-    std::memset(input.data(), 1, input.get_byte_size());
-    request.set_input_tensor(input);
-    return request;
-}
-
 void TextScanOutsideInference(benchmark::State& state) {
-    ov::InferRequest gate = bareRequest(9113);
-    ov::InferRequest detector = bareRequest(9112);
-    ov::InferRequest reader = bareRequest(19112);
+    ov::InferRequest gate = bench::bareRequest(9113);
+    ov::InferRequest detector = bench::bareRequest(9112);
+    ov::InferRequest reader = bench::bareRequest(19112);
     const std::size_t regions = setup().regions;
     double scan = 0.0;
     double inference = 0.0;
     for (auto _ : state) {
-        scan += secondsOf([] { setup().scan(); });
-        inference += secondsOf([&] {
+        scan += bench::secondsOf([] { setup().scan(); });
+        inference += bench::secondsOf([&] {
             gate.infer();
             detector.infer();
             for (std::size_t i = 0; i < regions; ++i) reader.infer();
