@@ -48,9 +48,15 @@ if [ -n "${NUBEX_BUILD_TARGETS:-}" ]; then
 fi
 cmake --build "$build_dir" -j "$(nproc)"
 
-# The default resource pack ("res/" beside the library) and the samples, built
-# from pretrained networks that ship inside packages; cached.
+# The default resource pack and the samples, built from pretrained networks
+# that ship inside packages. Built once into .cache/default-pack (by the first
+# build that gets here; cached) and linked into every build folder: "res/"
+# beside the library is the engine's default resource directory.
 echo "[setup] default resource pack"
+pack_dir=$root/.cache/default-pack
 # (In sanitizer builds nubex-pack runs as the tests do: see CMakeLists.txt.)
-TBB_ENABLE_SANITIZERS=1 TSAN_OPTIONS="suppressions=$root/tests/tsan.supp" "$venv/bin/python" "$root/tools/pack/build_default_pack.py" --out "$build_dir/res" --samples "$build_dir/samples" \
+TBB_ENABLE_SANITIZERS=1 TSAN_OPTIONS="suppressions=$root/tests/tsan.supp" "$venv/bin/python" \
+  "$root/tools/pack/build_default_pack.py" --out "$pack_dir/res" --samples "$pack_dir/samples" \
   --cache "$root/.cache/pack-sources" --pack-tool "$build_dir/nubex-pack"
+ln -sfn "$pack_dir/res" "$build_dir/res"
+ln -sfn "$pack_dir/samples" "$build_dir/samples"
