@@ -58,5 +58,7 @@ pack_dir=$root/.cache/default-pack
 TBB_ENABLE_SANITIZERS=1 TSAN_OPTIONS="suppressions=$root/tests/tsan.supp" "$venv/bin/python" \
   "$root/tools/pack/build_default_pack.py" --out "$pack_dir/res" --samples "$pack_dir/samples" \
   --cache "$root/.cache/pack-sources" --pack-tool "$build_dir/nubex-pack"
-ln -sfn "$pack_dir/res" "$build_dir/res"
-ln -sfn "$pack_dir/samples" "$build_dir/samples"
+for name in res samples; do
+  [ -L "$build_dir/$name" ] || rm -rf "${build_dir:?}/$name"  # a folder left by an older set-up
+  ln -sfn "$pack_dir/$name" "$build_dir/$name"
+done
