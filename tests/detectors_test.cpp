@@ -46,8 +46,8 @@ TEST(FaceDecoding, ThresholdStopRowAndSquaring) {
     EXPECT_EQ(decodeDetectionOutput(first, 1, 100, 80, faces, best), 0);
     EXPECT_FLOAT_EQ(best, 0.0f);
     // Hostile values convert without undefined behaviour.
-    const float hostile[] = {0, NAN, 1e30f, -1e30f, NAN, INFINITY, 3e9f};
-    EXPECT_EQ(decodeDetectionOutput(hostile, 1, 100, 80, faces, best), 1);
+    const float hostile[] = {0, NAN, 1e30f, -1e30f, NAN, INFINITY, 3e9f, 0, 1, INFINITY, 0, 0, 1, 1};
+    EXPECT_EQ(decodeDetectionOutput(hostile, 2, 100, 80, faces, best), 1);  // the infinite score is dropped
 }
 
 TEST(TextDetection, WorkingImageSizes) {

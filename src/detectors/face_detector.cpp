@@ -56,7 +56,8 @@ std::int32_t decodeDetectionOutput(const float* rows, std::size_t rowCount, int 
         const float* row = rows + i * kRowLength;
         if (row[0] < 0.0f) break;
         const float score = row[2] * 100.0f;
-        if (!(score > kScoreThreshold)) continue;
+        // An infinite score could not be written into the document.
+        if (!(score > kScoreThreshold) || !std::isfinite(score)) continue;
         const std::int32_t x = truncateToInt(row[3] * width);
         const std::int32_t y = truncateToInt(row[4] * height);
         const std::int32_t w = truncateToInt(row[5] * width - static_cast<float>(x));
