@@ -100,10 +100,10 @@ TEST_F(DefaultPack, ReadsRenderedWords) {
                 const std::string text = line.GetString();
                 std::size_t commas = 0, at = 0;
                 while (commas < 8 && at < text.size()) commas += text[at++] == ',';
-                readings += " " + text.substr(at) + " ";
+                readings.append(" ").append(text, at).append(" ");
             }
         }
-        if (readings.find(" " + word + " ") != std::string::npos) {
+        if (readings.find(std::string(" ").append(word).append(" ")) != std::string::npos) {
             ++read;
         } else {
             misses += word + " ->" + readings + "|";
