@@ -27,6 +27,7 @@ std::vector<std::uint8_t> packPixelBuffer(const cv::Mat& image) {
 }
 
 cv::Mat resizeForNetwork(const cv::Mat& image, int width, int height, bool keepAspectRatio) {
+    if (image.cols == width && image.rows == height) return image;  // nothing to interpolate
     cv::Mat resized;
     if (!keepAspectRatio) {
         cv::resize(image, resized, cv::Size(width, height), 0, 0, cv::INTER_LINEAR);

@@ -89,10 +89,13 @@ std::vector<cv::RotatedRect> detectTextRegions(const cv::Mat& workingImage, cons
     if (height == 0 || width == 0) throw std::logic_error("The text detection network input has no height or width.");
     cv::Mat input = workingImage;
     if (channels == 1) cv::cvtColor(workingImage, input, cv::COLOR_BGR2GRAY);
-    // Resized as floats, so the network sees interpolated values unrounded.
-    cv::Mat samples;
-    input.convertTo(samples, CV_32F);
-    input = resizeForNetwork(samples, width, height, false);
+    // Resized as floats, so the network sees interpolated values unrounded;
+    // an image of the network's size goes in as it is (the fill converts).
+    if (input.size() != cv::Size(width, height)) {
+        cv::Mat samples;
+        input.convertTo(samples, CV_32F);
+        input = resizeForNetwork(samples, width, height, false);
+    }
 
     const auto lease = detector.pool->borrow();
     Inference::InferReqWrap& request = **lease;

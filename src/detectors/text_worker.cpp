@@ -39,8 +39,9 @@ std::int32_t readText(const cv::Mat& image, float threshold, float* scores, std:
     if (!textIsPresent(image, threshold, scores, job)) return 0;
     const auto detector = usableModel(job.group);
     if (!detector) return 0;
-    cv::Mat working;
-    cv::resize(image, working, workingImageSize(image.cols, image.rows), 0, 0, cv::INTER_LINEAR);
+    const cv::Size workingSize = workingImageSize(image.cols, image.rows);
+    cv::Mat working = image;  // widths of 601 to 1280 are worked on as they are
+    if (workingSize != image.size()) cv::resize(image, working, workingSize, 0, 0, cv::INTER_LINEAR);
     const auto regions = detectTextRegions(working, *detector);
     if (regions.empty()) return 0;
     const auto reader = recogniser();
