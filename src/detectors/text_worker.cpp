@@ -1,5 +1,6 @@
 #include "detectors/text_worker.h"
 
+#include <exception>
 #include <thread>
 
 #include <opencv2/imgproc.hpp>
@@ -47,30 +48,24 @@ std::int32_t readText(const cv::Mat& image, float threshold, float* scores, std:
     const auto reader = recogniser();
     if (!reader) return 0;
 
-    std::vector<std::string> findings;
-    auto deliver = [&] {
-        const auto grouped = groupTextLines(findings, working.size(), image.size());
-        lines.insert(lines.end(), grouped.begin(), grouped.end());
-        return static_cast<std::int32_t>(grouped.size());
-    };
     std::vector<std::array<cv::Point2f, 4>> corners;
     for (const auto& region : regions) corners.push_back(regionCorners(region, working.size()));
     std::vector<Reading> readings;
-    auto keepReadings = [&] {
-        for (std::size_t i = 0; i < readings.size(); ++i) {
-            if (readings[i].confidence < kMinimumConfidence || readings[i].text.empty()) continue;
-            findings.push_back(findingLine(corners[i], working.size(), readings[i].text));
-        }
-    };
+    std::exception_ptr failure;
     try {
         readRegions(working, corners, *reader, readings);
     } catch (...) {
-        keepReadings();  // what was read before the failure stays
-        deliver();
-        throw;
+        failure = std::current_exception();  // what was read before the failure is still delivered
     }
-    keepReadings();
-    return deliver();
+    std::vector<std::string> findings;
+    for (std::size_t i = 0; i < readings.size(); ++i) {
+        if (readings[i].confidence < kMinimumConfidence || readings[i].text.empty()) continue;
+        findings.push_back(findingLine(corners[i], working.size(), readings[i].text));
+    }
+    const auto grouped = groupTextLines(findings, working.size(), image.size());
+    lines.insert(lines.end(), grouped.begin(), grouped.end());
+    if (failure) std::rethrow_exception(failure);
+    return static_cast<std::int32_t>(grouped.size());
 }
 
 void textWorker(const cv::Mat& image, float threshold, float* scores, std::vector<std::string>& lines,
