@@ -4,6 +4,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "resources/resource_ids.h"
+
 namespace Tools {
 
 namespace {
@@ -76,9 +78,9 @@ std::string checkTextRecognition(const Inference::LoadedModel& model) {
 
 NetworkKind networkKindFor(std::uint32_t identifier) {
     switch (identifier) {
-        case 8337: return NetworkKind::Face;
-        case 9112: return NetworkKind::TextDetection;
-        case 19112: return NetworkKind::TextRecognition;
+        case Resources::kFaceDetectionId: return NetworkKind::Face;
+        case Resources::kTextDetectionId: return NetworkKind::TextDetection;
+        case Resources::kTextRecognitionId: return NetworkKind::TextRecognition;
         default: return NetworkKind::Classifier;
     }
 }

@@ -11,14 +11,15 @@
 #include "engine/log_stream.h"
 #include "inference/engine_core.h"
 #include "resources/resource_file.h"
+#include "resources/resource_ids.h"
 
 namespace Inference {
 
 namespace {
 
-constexpr std::uint32_t kTextDetectionId = 9112;
-constexpr std::uint32_t kTextRecognitionId = 19112;
-constexpr std::uint32_t kFaceDetectionId = 8337;
+using Resources::kFaceDetectionId;
+using Resources::kTextDetectionId;
+using Resources::kTextRecognitionId;
 constexpr std::size_t kMaxNetworkBytes = 256u << 20;
 constexpr std::size_t kMaxWeightsBytes = 0x7FFFFFFFu;  // lengths are 32-bit
 

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "resources/resource_ids.h"
+
 namespace Scan {
 
 // The work of one detector group in one scan. The group is the identifier of
@@ -16,10 +18,9 @@ struct ScanJob {
     bool keepAspectRatio = false;  // letterbox instead of stretching
 };
 
-// Resource identifiers with a fixed meaning.
-inline constexpr std::uint32_t kFaceDetectionId = 8337;
-inline constexpr std::uint32_t kTextDetectionId = 9112;
-inline constexpr std::uint32_t kTextPresenceId = 9113;
-inline constexpr std::uint32_t kTextRecognitionId = 19112;
+using Resources::kFaceDetectionId;
+using Resources::kTextDetectionId;
+using Resources::kTextPresenceId;
+using Resources::kTextRecognitionId;
 
 }  // namespace Scan
