@@ -72,9 +72,11 @@ NUBEX_API void DeInitializeNubexEngine(int32_t category);
  * Scans one image.
  *   image      3 bytes per pixel (blue, green, red), top row first; each row is
  *              width * 3 bytes followed by (width % 4) padding bytes.
- *   imageSize  the buffer's size in bytes, or 0. When positive it must cover
- *              height * (width * 3 + width % 4) bytes, else the image is
- *              reported as "Invalid image data..." and not read.
+ *   imageSize  the buffer's size in bytes, or 0 when unknown (the buffer is
+ *              then trusted to hold every row). When positive it must cover
+ *              height * (width * 3 + width % 4) bytes; a negative size, or a
+ *              positive one that is too small, is reported as "Invalid image
+ *              data..." and the image is not read.
  *   width, height  in pixels, both at least 1.
  *   categories comma-separated decimal category identifiers, e.g. "14, 21".
  *   scores     out: one float per accepted category, in the order accepted;

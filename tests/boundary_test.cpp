@@ -3,6 +3,7 @@
 // console that is gone.
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
@@ -44,6 +45,38 @@ TEST(Boundary, SizesThatDoNotFitTheBuffer) {
               "dimension/s...\\tNo category provided for scanning...\",\"result\":\"False\"}");
     const std::string longList(1 << 20, ',');
     EXPECT_NE(scan(pixels.data(), 0, 5, 4, longList.c_str()).find("No category provided"), std::string::npos);
+}
+
+TEST(Boundary, NegativeSizesAreNeverTrusted) {
+    TempTree tree;
+    packNetwork(tree / "pro", 0, "100, Vision Pro, 1", "0,Background\n14,Drinks", channelMeansNetwork(8, 8, 255.0f));
+    ASSERT_EQ(SetNubexResourceDirectory(tree.str().c_str()), 1u);
+    const std::vector<std::uint8_t> small(4096, 7);
+    for (const int32_t size : {-1, -2147483647 - 1}) {
+        EXPECT_EQ(scan(small.data(), size, 4000, 4000, "14"),
+                  "{\"img_width\":4000,\"img_height\":4000,\"error_code\":\"Invalid image data...\","
+                  "\"result\":\"False\"}");
+    }
+    DeInitializeNubexEngine(-1);
+}
+
+TEST(Boundary, NetworksTooLargeToHoldAreRefusedBeforeLoading) {
+    TempTree tree;
+    // 3 x 60000 x 60000 floats per request: tens of gigabytes.
+    packNetwork(tree / "vast", 0, "400, Vast, 1", "0,Background\n51,Vast", channelMeansNetwork(60000, 60000, 255.0f));
+    ASSERT_EQ(SetNubexResourceDirectory(tree.str().c_str()), 1u);
+    const cv::Mat image(4, 4, CV_8UC3, cv::Scalar(0, 255, 255));
+    const auto pixels = Detectors::packPixelBuffer(image);
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(scan(pixels.data(), 0, 4, 4, "51"),
+              "{\"scan_result\":[{\"Vast\":0.0}],\"img_width\":4,\"img_height\":4,\"error_code\":\"\","
+              "\"result\":\"True\"}");
+    const std::string errors = ::testing::internal::GetCapturedStderr();
+    EXPECT_NE(errors.find("[ ERROR ] The network's input image [1,3,60000,60000] holds 10800000000 elements, more "
+                          "than the engine's limit of 16777216: the network is not loaded.\n"),
+              std::string::npos)
+        << errors;
+    DeInitializeNubexEngine(-1);
 }
 
 TEST(Boundary, FoldersThatChangeBeforeLoading) {

@@ -32,17 +32,19 @@ struct JobResults {
     std::vector<float> secondStage;
 };
 
-// A positive image size that cannot hold the rows the dimensions describe
-// marks the pixel data as invalid: reading past it would fault.
-bool tooSmall(const ScanArguments& arguments) {
-    if (arguments.imageSize <= 0 || arguments.width < 1 || arguments.height < 1) return false;
+// A negative size, or a positive one that cannot hold the rows the
+// dimensions describe, marks the pixel data as invalid: reading past it would
+// fault. A size of 0 means the host did not say.
+bool sizeDoesNotFit(const ScanArguments& arguments) {
+    if (arguments.imageSize < 0) return true;
+    if (arguments.imageSize == 0 || arguments.width < 1 || arguments.height < 1) return false;
     return static_cast<std::uint64_t>(arguments.imageSize) <
            static_cast<std::uint64_t>(Detectors::paddedRowBytes(arguments.width)) * static_cast<std::uint64_t>(arguments.height);
 }
 
 bool validateImage(const ScanArguments& arguments, std::string& errorText) {
     bool valid = true;
-    if (arguments.image == nullptr || tooSmall(arguments)) {
+    if (arguments.image == nullptr || sizeDoesNotFit(arguments)) {
         errorText += "Invalid image data...";
         valid = false;
     }
