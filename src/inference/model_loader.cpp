@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 
@@ -76,6 +77,38 @@ void fixBatchOfOne(const std::shared_ptr<ov::Model>& model) {
     model->reshape({{model->input(), shape}});
 }
 
+// Elements of a port at most: the upper bound of each dimension, saturating.
+// A dimension without an upper bound (data-dependent) is not counted.
+std::uint64_t largestElementCount(const ov::PartialShape& shape) {
+    if (shape.rank().is_dynamic()) return 0;
+    std::uint64_t count = 1;
+    for (const auto& dimension : shape) {
+        const std::int64_t length = dimension.get_max_length();
+        if (length < 0) continue;
+        const auto bound = static_cast<std::uint64_t>(length);
+        if (bound != 0 && count > UINT64_MAX / bound) return UINT64_MAX;
+        count *= bound;
+    }
+    return count;
+}
+
+template <typename Port>
+void checkPortSize(const Port& port, const char* role) {
+    const std::uint64_t elements = largestElementCount(port.get_partial_shape());
+    if (elements <= kMaxTensorElements) return;
+    throw std::logic_error(std::string("The network's ") + role + " " + port.get_any_name() + " " +
+                           port.get_partial_shape().to_string() + " holds " + std::to_string(elements) +
+                           " elements, more than the engine's limit of " + std::to_string(kMaxTensorElements) +
+                           ": the network is not loaded.");
+}
+
+// Every request of a pool holds its own input and output tensors: a network
+// that declares enormous ones is refused before anything is allocated.
+void checkPortSizes(const ov::Model& model) {
+    for (const auto& input : model.inputs()) checkPortSize(input, "input");
+    for (const auto& output : model.outputs()) checkPortSize(output, "output");
+}
+
 std::shared_ptr<ov::Model> prepare(std::shared_ptr<ov::Model> model, const ModelPrecisions& precisions,
                                    LoadedModel& loaded) {
     if (model->inputs().size() != 1) throw std::logic_error("NubexEngine support topologies with 1 input only");
@@ -94,6 +127,7 @@ std::shared_ptr<ov::Model> prepare(std::shared_ptr<ov::Model> model, const Model
         throw std::logic_error("Network input shape must be static, but is " +
                                model->input().get_partial_shape().to_string());
     }
+    checkPortSizes(*model);
     return model;
 }
 

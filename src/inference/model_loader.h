@@ -14,6 +14,12 @@ class Core;
 
 namespace Inference {
 
+// The most elements any input or output of a network may hold: 2^24, eight
+// times the largest input of the default pack (the text detector's
+// 3 x 736 x 992). Every pooled request holds its own tensors, so larger
+// networks are refused at load time.
+inline constexpr std::uint64_t kMaxTensorElements = std::uint64_t{1} << 24;
+
 struct ModelFiles {
     std::string folder;
     std::string networkFile;
