@@ -2,6 +2,7 @@
 // waves; between waves the host lists categories and resources and releases
 // a group (reloaded by the next wave), as the host contract allows.
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -91,5 +92,47 @@ TEST(Soak, WavesOfMixedScansWithReleasesBetween) {
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     EXPECT_LT(resident.back() - resident[2], 48 * 1024) << report;
 #endif
+    DeInitializeNubexEngine(-1);
+}
+
+// A host that breaks the calling contract (releases while scans run) must
+// still never crash: each scan answers, perhaps without the scores of a
+// resource that went away, and the engine works normally afterwards.
+TEST(Soak, ScansBesideRepeatedReleases) {
+    testing_support::TempTree tree;
+    testing_support::writeClassifierPack(tree.str());
+    testing_support::writeDetectorPack(tree.str());
+    ASSERT_EQ(SetNubexResourceDirectory(tree.str().c_str()), 3u);
+    ASSERT_GT(InitializeNubexEngine(), 0u);
+    const cv::Mat image(40, 50, CV_8UC3, cv::Scalar(10, 255, 120));
+    const auto pixels = Detectors::packPixelBuffer(image);
+    const std::string expected = scan(pixels, image.cols, image.rows, "21, 8337, 5, 14");
+
+    std::atomic<bool> scanning{true};
+    std::atomic<int> malformed{0};
+    std::vector<std::thread> scanners;
+    for (int t = 0; t < 4; ++t) {
+        scanners.emplace_back([&, t] {
+            const char* lists[] = {"21, 8337, 5, 14", "14", "8337,5"};
+            for (int i = 0; i < 12; ++i) {
+                const std::string document = scan(pixels, image.cols, image.rows, lists[(t + i) % 3]);
+                const bool whole = document.front() == '{' && document.back() == '}' &&
+                                   document.find("\"img_width\":50,\"img_height\":40,") != std::string::npos;
+                if (!whole) ++malformed;
+            }
+        });
+    }
+    std::thread releaser([&] {
+        const int32_t targets[] = {-1, 14, 8337, 5};
+        for (int i = 0; scanning.load(); ++i) {
+            DeInitializeNubexEngine(targets[i % 4]);
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    });
+    for (auto& scanner : scanners) scanner.join();
+    scanning = false;
+    releaser.join();
+    EXPECT_EQ(malformed.load(), 0);
+    EXPECT_EQ(scan(pixels, image.cols, image.rows, "21, 8337, 5, 14"), expected);
     DeInitializeNubexEngine(-1);
 }

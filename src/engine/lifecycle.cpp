@@ -42,10 +42,16 @@ std::vector<std::uint32_t> identifiersToRelease(std::int32_t category) {
 }
 
 void deinitializeEngine(std::int32_t category) {
-    for (const auto identifier : identifiersToRelease(category)) Resources::releaseResource(identifier);
+    const auto identifiers = identifiersToRelease(category);
+    // One hold of the loading lock: no network loads between the releases
+    // and the shutdown, so no load is left working on a core being shut down.
+    std::lock_guard<std::mutex> loading(g_ResourceLoadingMutex);
+    for (const auto identifier : identifiers) Resources::releaseResource(identifier);
     if (category != -1) return;
     // Entries outside every set (replaced versions) may still hold networks.
     Resources::releaseAllResources();
+    // Serialised with initialisation, which a scan may start at any time.
+    std::lock_guard<std::mutex> initialisation(g_EngineInitialisationMutex);
     Inference::shutDownEngineCore();
     g_bEngineInitialised.store(false);
 }

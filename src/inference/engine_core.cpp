@@ -1,6 +1,7 @@
 #include "inference/engine_core.h"
 
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string>
 #include <thread>
@@ -14,7 +15,11 @@ namespace Inference {
 
 namespace {
 
-std::unique_ptr<ov::Core> g_pEngineCore;
+// The core is shared: a load copies the owner and keeps the core alive while
+// it works, whatever a shutdown does meanwhile. The mutex covers creation,
+// configuration and shutdown, so nobody sees a core half set up.
+std::mutex g_CoreMutex;
+std::shared_ptr<ov::Core> g_pEngineCore;
 
 void configureCpu(ov::Core& core, std::uint32_t streams, std::map<std::string, std::uint32_t>& deviceStreams) {
     core.set_property(kDeviceName, ov::inference_num_threads(static_cast<int>(2 * streams)));
@@ -37,6 +42,7 @@ void configureCpu(ov::Core& core, std::uint32_t streams, std::map<std::string, s
 }  // namespace
 
 std::uint32_t setUpEngineCore() {
+    std::lock_guard<std::mutex> lock(g_CoreMutex);
     std::uint32_t result = 0;
     try {
         g_pEngineCore.reset(new (std::nothrow) ov::Core(std::string()));
@@ -57,6 +63,7 @@ std::uint32_t setUpEngineCore() {
 }
 
 void shutDownEngineCore() {
+    std::lock_guard<std::mutex> lock(g_CoreMutex);
     if (!g_pEngineCore) return;
     try {
         g_pEngineCore->unload_plugin(kDeviceName);
@@ -67,7 +74,10 @@ void shutDownEngineCore() {
     g_pEngineCore.reset();
 }
 
-ov::Core* engineCore() { return g_pEngineCore.get(); }
+std::shared_ptr<ov::Core> engineCore() {
+    std::lock_guard<std::mutex> lock(g_CoreMutex);
+    return g_pEngineCore;
+}
 
 }  // namespace Inference
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 namespace ov {
 class Core;
@@ -14,11 +15,14 @@ namespace Inference {
 // was configured; failures are logged, never thrown.
 std::uint32_t setUpEngineCore();
 
-// Unloads the CPU plug-in and destroys the core; nothing when there is none.
+// Unloads the CPU plug-in and lets the core go (it is destroyed once the
+// last load holding it has finished); nothing when there is none. The caller
+// makes sure no load is under way (the resource-loading lock).
 void shutDownEngineCore();
 
-// The core, or null while the engine is not initialised.
-ov::Core* engineCore();
+// The core, or null while the engine is not initialised. The caller's owner
+// keeps it alive while it loads.
+std::shared_ptr<ov::Core> engineCore();
 
 inline constexpr const char* kDeviceName = "CPU";
 

@@ -47,7 +47,8 @@ std::optional<ResourceInfo> recordOf(std::uint32_t identifier) {
 }
 
 // Reads the folder again, checks it still holds the resource, and loads it.
-std::shared_ptr<Inference::LoadedModel> loadMember(std::size_t requestCount, std::uint32_t identifier) {
+std::shared_ptr<Inference::LoadedModel> loadMember(ov::Core& core, std::size_t requestCount,
+                                                   std::uint32_t identifier) {
     const auto record = recordOf(identifier);
     if (!record) {
         slog::err << "No resource with the ID " << identifier << "..." << std::endl;
@@ -64,14 +65,9 @@ std::shared_ptr<Inference::LoadedModel> loadMember(std::size_t requestCount, std
         return nullptr;
     }
     if (!ensureModel(record->folder, record->group)) return nullptr;
-    ov::Core* core = Inference::engineCore();
-    if (core == nullptr) {
-        slog::err << "The inference core is not available: resource " << identifier << " is not loaded." << std::endl;
-        return nullptr;
-    }
     const Inference::ModelFiles files{record->folder, resourceFileName(record->group, FileRole::Network),
                                       resourceFileName(record->group, FileRole::Weights)};
-    return Inference::loadModelWithPool(*core, identifier, files, requestCount);
+    return Inference::loadModelWithPool(core, identifier, files, requestCount);
 }
 
 void initialiseMember(std::size_t requestCount, std::uint32_t identifier) {
@@ -80,10 +76,14 @@ void initialiseMember(std::size_t requestCount, std::uint32_t identifier) {
     std::lock_guard<std::mutex> lock(Nubex::g_ResourceLoadingMutex);
     // Tested on the entry itself, under the lock: no resource loads twice.
     if (entry->loadState.load() != kNotLoaded) return;
+    // The engine was shut down since this scan initialised it: leave the
+    // entry unloaded, so that a later scan sets the engine up and loads it.
+    const std::shared_ptr<ov::Core> core = Inference::engineCore();
+    if (!core) return;
     entry->loadState.store(kLoading);
     std::shared_ptr<Inference::LoadedModel> model;
     try {
-        model = loadMember(requestCount, identifier);
+        model = loadMember(*core, requestCount, identifier);
     } catch (const std::exception& error) {
         slog::consoleLine("Exception while initializing resource: " + std::to_string(identifier) + " - " +
                           error.what());
@@ -135,12 +135,10 @@ bool ensureModel(const std::string& folder, int group) {
 }
 
 void releaseResource(std::uint32_t identifier) {
-    std::lock_guard<std::mutex> lock(Nubex::g_ResourceLoadingMutex);
     if (const auto entry = entryOf(identifier)) release(*entry);
 }
 
 void releaseAllResources() {
-    std::lock_guard<std::mutex> lock(Nubex::g_ResourceLoadingMutex);
     std::shared_lock<std::shared_mutex> registryLock(Nubex::g_RegistryMutex);
     for (const auto& entry : Nubex::g_arrResourceDetails) release(*entry);
 }

@@ -22,12 +22,13 @@ int resourceState(std::uint32_t identifier);
 bool ensureModel(const std::string& folder, int group);
 
 // Releases what initialisation loaded into the first entry with the
-// identifier (its model, compiled network and request pool; requests still
-// running are waited for) and marks it not loaded. Unknown identifiers are
-// skipped.
+// identifier (its model, compiled network and request pool, once the scans
+// still using them let go) and marks it not loaded. Unknown identifiers are
+// skipped. The caller holds the resource-loading lock.
 void releaseResource(std::uint32_t identifier);
 
-// Releases every loaded entry of the table.
+// Releases every loaded entry of the table. The caller holds the
+// resource-loading lock.
 void releaseAllResources();
 
 }  // namespace Resources
