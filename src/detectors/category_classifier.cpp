@@ -42,12 +42,8 @@ float calibrated(std::uint32_t resource, std::int32_t category, std::size_t posi
     std::shared_lock<std::shared_mutex> lock(Nubex::g_RegistryMutex);
     const Resources::ResourceInfo* record = Nubex::g_oResourceUtils.findRecord(resource);
     if (record != nullptr) {
-        for (std::size_t i = 0; i < record->categories.size(); ++i) {
-            if (record->categories[i].identifier == category) {
-                position = i;
-                break;
-            }
-        }
+        const auto found = record->categoryPositions.find(category);
+        if (found != record->categoryPositions.end()) position = found->second;
     }
     const float score = Nubex::g_oResourceUtils.calibrateScore(resource, position, rawScore);
     // A broken calibration (a slope of 0/0) must not reach the document.

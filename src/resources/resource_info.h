@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace Resources {
@@ -27,6 +28,8 @@ struct ResourceInfo {
     std::string name;
     std::int32_t enabled = 1;
     std::vector<CategoryDetails> categories;
+    // Position in categories of the first category with each identifier.
+    std::unordered_map<std::int32_t, std::size_t> categoryPositions;
 };
 
 // Ties a category to the resource that scores it and to its class-table line.

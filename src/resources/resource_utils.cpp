@@ -45,6 +45,14 @@ void ResourceUtils::scanGroup(int group, std::vector<std::uint32_t>& replaced) {
     if (!isValidGroup(group)) return;
     records_[group].clear();
     for (const auto& directory : directories_) scanDirectory(directory, group, replaced);
+    if (group == 0) collectDisplayNames();
+}
+
+void ResourceUtils::collectDisplayNames() {
+    displayNames_.clear();
+    for (const auto& record : records_[0]) {
+        for (const auto& category : record.categories) displayNames_[category.identifier] = category.name;
+    }
 }
 
 void ResourceUtils::scanDirectory(const std::string& directory, int group, std::vector<std::uint32_t>& replaced) {
@@ -102,7 +110,9 @@ bool ResourceUtils::readResource(const std::string& folder, int group, ResourceI
     const ClassTable table = readFolderClassTable(folder, group);
     record.backgroundIndex = table.backgroundIndex;
     record.categories.clear();
+    record.categoryPositions.clear();
     for (const auto& category : table.categories) {
+        record.categoryPositions.emplace(category.details.identifier, record.categories.size());
         record.categories.push_back(category.details);
         indexCategory({category.details.identifier, record.identifier, category.line});
     }
@@ -113,6 +123,7 @@ bool ResourceUtils::readResource(const std::string& folder, int group, ResourceI
 
 void ResourceUtils::indexCategory(const CategoryIndexEntry& entry) {
     if (indexedCategories_.emplace(entry.categoryIdentifier, entry.resourceIdentifier, entry.line).second) {
+        firstIndexEntry_.emplace(entry.categoryIdentifier, categoryIndex_.size());
         categoryIndex_.push_back(entry);
     }
 }
@@ -163,10 +174,13 @@ float ResourceUtils::calibrateScore(std::uint32_t resourceIdentifier, std::size_
 }
 
 const CategoryIndexEntry* ResourceUtils::findCategory(std::int32_t categoryIdentifier) const {
-    for (const auto& entry : categoryIndex_) {
-        if (entry.categoryIdentifier == categoryIdentifier) return &entry;
-    }
-    return nullptr;
+    const auto found = firstIndexEntry_.find(categoryIdentifier);
+    return found == firstIndexEntry_.end() ? nullptr : &categoryIndex_[found->second];
+}
+
+const std::string* ResourceUtils::displayName(std::int32_t categoryIdentifier) const {
+    const auto found = displayNames_.find(categoryIdentifier);
+    return found == displayNames_.end() ? nullptr : &found->second;
 }
 
 }  // namespace Resources

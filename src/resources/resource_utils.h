@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 #include <tuple>
+#include <unordered_map>
 #include <vector>
 
 #include "resources/resource_info.h"
@@ -49,7 +50,11 @@ public:
     const std::vector<std::string>& directories() const { return directories_; }
     const std::vector<ResourceSet>& resourceSets() const { return sets_; }
     const std::vector<CategoryIndexEntry>& categoryIndex() const { return categoryIndex_; }
+    // The first index entry with the identifier, or null.
     const CategoryIndexEntry* findCategory(std::int32_t categoryIdentifier) const;
+    // The name GetNubexCategories lists for the identifier (the last group 0
+    // category line that declares it), or null.
+    const std::string* displayName(std::int32_t categoryIdentifier) const;
 
     std::uint32_t recordCount() const { return recordCount_; }
     void setRecordCount(std::uint32_t count) { recordCount_ = count; }
@@ -59,6 +64,7 @@ private:
     void addRecord(ResourceInfo record, std::vector<std::uint32_t>& replaced);
     void enterResourceSet(const ResourceInfo& record);
     void indexCategory(const CategoryIndexEntry& entry);
+    void collectDisplayNames();
 
     std::vector<std::string> directories_;
     std::uint32_t recordCount_ = 0;
@@ -67,6 +73,9 @@ private:
     // Rescans read the same class tables again; the index keeps each entry once.
     std::vector<CategoryIndexEntry> categoryIndex_;
     std::set<std::tuple<std::int32_t, std::uint32_t, std::int32_t>> indexedCategories_;
+    // Lookups by identifier, so that long category lists cost linear time.
+    std::unordered_map<std::int32_t, std::size_t> firstIndexEntry_;
+    std::unordered_map<std::int32_t, std::string> displayNames_;
 };
 
 }  // namespace Resources

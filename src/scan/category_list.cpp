@@ -14,14 +14,6 @@ bool contains(const std::vector<T>& values, T value) {
     return std::find(values.begin(), values.end(), value) != values.end();
 }
 
-const Resources::CategoryIndexEntry* findEntry(const std::vector<Resources::CategoryIndexEntry>& index,
-                                               std::int32_t identifier) {
-    for (const auto& entry : index) {
-        if (entry.categoryIdentifier == identifier) return &entry;
-    }
-    return nullptr;
-}
-
 const Resources::ResourceSet* findSet(const std::vector<Resources::ResourceSet>& sets, std::uint32_t group) {
     for (const auto& set : sets) {
         if (std::find(std::begin(set.identifiers), std::end(set.identifiers), group) != std::end(set.identifiers)) {
@@ -34,6 +26,7 @@ const Resources::ResourceSet* findSet(const std::vector<Resources::ResourceSet>&
 void acceptCategory(const Resources::CategoryIndexEntry& entry, std::string_view token,
                     const std::vector<Resources::ResourceSet>& sets, CategoryRequest& request,
                     std::string& errorText) {
+    request.positions.emplace(entry.categoryIdentifier, request.accepted.size());
     request.accepted.push_back(entry.categoryIdentifier);
     const std::uint32_t group = entry.resourceIdentifier;
     if (contains(request.groups, group)) {
@@ -65,7 +58,7 @@ void acceptCategory(const Resources::CategoryIndexEntry& entry, std::string_view
 
 }  // namespace
 
-CategoryRequest parseCategoryList(const char* categories, const std::vector<Resources::CategoryIndexEntry>& index,
+CategoryRequest parseCategoryList(const char* categories, const CategoryLookup& findCategory,
                                   const std::vector<Resources::ResourceSet>& sets, std::string& errorText) {
     CategoryRequest request;
     if (categories == nullptr) return request;
@@ -73,11 +66,11 @@ CategoryRequest parseCategoryList(const char* categories, const std::vector<Reso
         const std::string_view token = Resources::trim(rawToken);
         if (token.empty()) continue;
         const auto identifier = static_cast<std::int32_t>(Resources::leadingInteger(token));
-        const Resources::CategoryIndexEntry* entry = findEntry(index, identifier);
+        const Resources::CategoryIndexEntry* entry = findCategory(identifier);
         if (entry == nullptr) {
             errorText += "\tInvalid Category: ";
             errorText += token;
-        } else if (contains(request.accepted, identifier)) {
+        } else if (request.positions.count(identifier) != 0) {
             errorText += "\tDuplicate Category: ";
             errorText += token;
         } else {
@@ -85,6 +78,24 @@ CategoryRequest parseCategoryList(const char* categories, const std::vector<Reso
         }
     }
     return request;
+}
+
+CategoryRequest parseCategoryList(const char* categories, const Resources::ResourceUtils& registry,
+                                  std::string& errorText) {
+    return parseCategoryList(
+        categories, [&registry](std::int32_t identifier) { return registry.findCategory(identifier); },
+        registry.resourceSets(), errorText);
+}
+
+CategoryRequest parseCategoryList(const char* categories, const std::vector<Resources::CategoryIndexEntry>& index,
+                                  const std::vector<Resources::ResourceSet>& sets, std::string& errorText) {
+    std::unordered_map<std::int32_t, const Resources::CategoryIndexEntry*> first;
+    for (const auto& entry : index) first.emplace(entry.categoryIdentifier, &entry);
+    const CategoryLookup lookup = [&first](std::int32_t identifier) -> const Resources::CategoryIndexEntry* {
+        const auto found = first.find(identifier);
+        return found == first.end() ? nullptr : found->second;
+    };
+    return parseCategoryList(categories, lookup, sets, errorText);
 }
 
 }  // namespace Scan

@@ -56,35 +56,17 @@ bool validateImage(const ScanArguments& arguments, std::string& errorText) {
 }
 
 CategoryRequest readCategoryList(const ScanArguments& arguments, std::string& errorText) {
-    std::vector<Resources::CategoryIndexEntry> index;
-    std::vector<Resources::ResourceSet> sets;
-    {
-        std::shared_lock<std::shared_mutex> lock(Nubex::g_RegistryMutex);
-        index = Nubex::g_oResourceUtils.categoryIndex();
-        sets = Nubex::g_oResourceUtils.resourceSets();
-    }
-    return parseCategoryList(arguments.categories, index, sets, errorText);
+    std::shared_lock<std::shared_mutex> lock(Nubex::g_RegistryMutex);
+    return parseCategoryList(arguments.categories, Nubex::g_oResourceUtils, errorText);
 }
 
-// Display names from the published category lines "<identifier>\t<name>".
+// The display names the published category lines give ("<identifier>\t<name>";
+// a later line for the same identifier names it again).
 std::vector<CategoryScore> nameResults(const std::vector<std::int32_t>& accepted) {
     std::vector<CategoryScore> results(accepted.size());
-    std::vector<std::string> lines;
-    {
-        std::shared_lock<std::shared_mutex> lock(Nubex::g_RegistryMutex);
-        lines = Resources::categoryLines(Nubex::g_oResourceUtils);
-    }
-    for (const auto& line : lines) {
-        const auto tab = line.find('\t');
-        const std::string_view text(line);
-        const auto identifier = static_cast<std::int32_t>(Resources::leadingInteger(Resources::trim(text.substr(0, tab))));
-        const std::string_view name = tab == std::string::npos ? std::string_view() : Resources::trim(text.substr(tab + 1));
-        for (std::size_t k = 0; k < accepted.size(); ++k) {
-            if (accepted[k] == identifier) {
-                results[k].name = name;
-                break;
-            }
-        }
+    std::shared_lock<std::shared_mutex> lock(Nubex::g_RegistryMutex);
+    for (std::size_t k = 0; k < accepted.size(); ++k) {
+        if (const std::string* name = Nubex::g_oResourceUtils.displayName(accepted[k])) results[k].name = *name;
     }
     return results;
 }
@@ -142,12 +124,9 @@ void runJobs(const ScanArguments& arguments, const CategoryRequest& request, std
         if (workers[i].joinable()) workers[i].join();
         const ScanJob& job = request.jobs[i];
         for (std::size_t j = 0; j < job.categories.size(); ++j) {
-            for (std::size_t p = 0; p < request.accepted.size(); ++p) {
-                if (request.accepted[p] != job.categories[j]) continue;
-                if (arguments.scores != nullptr) arguments.scores[p] = jobResults[i].scores[j];
-                results[p].score = jobResults[i].scores[j];
-                break;
-            }
+            const std::size_t p = request.positions.at(job.categories[j]);
+            if (arguments.scores != nullptr) arguments.scores[p] = jobResults[i].scores[j];
+            results[p].score = jobResults[i].scores[j];
         }
     }
 }
