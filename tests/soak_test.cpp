@@ -136,3 +136,35 @@ TEST(Soak, ScansBesideRepeatedReleases) {
     EXPECT_EQ(scan(pixels, image.cols, image.rows, "21, 8337, 5, 14"), expected);
     DeInitializeNubexEngine(-1);
 }
+
+// Full cycles (initialise, scans from several threads, release everything)
+// settle: the allocator keeps some freed memory per thread arena, but
+// nothing grows from cycle to cycle once every arena has been used.
+TEST(Soak, FullCyclesSettle) {
+    testing_support::TempTree tree;
+    testing_support::writeClassifierPack(tree.str());
+    testing_support::writeDetectorPack(tree.str());
+    ASSERT_EQ(SetNubexResourceDirectory(tree.str().c_str()), 3u);
+    const cv::Mat image(60, 90, CV_8UC3, cv::Scalar(10, 255, 120));
+    const auto pixels = Detectors::packPixelBuffer(image);
+    std::vector<long> resident;
+    for (int cycle = 0; cycle < 12; ++cycle) {
+        ASSERT_GT(InitializeNubexEngine(), 0u);
+        std::vector<std::thread> scanners;
+        for (int t = 0; t < 4; ++t) {
+            scanners.emplace_back([&] {
+                for (int i = 0; i < 5; ++i) scan(pixels, image.cols, image.rows, "21, 8337, 5, 14");
+            });
+        }
+        for (auto& scanner : scanners) scanner.join();
+        DeInitializeNubexEngine(-1);
+        resident.push_back(residentKilobytes());
+    }
+    std::string report;
+    for (const long kilobytes : resident) report += std::to_string(kilobytes / 1024) + " ";
+    std::printf("resident MiB after each full cycle: %s\n", report.c_str());
+    RecordProperty("resident_mib_per_cycle", report);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    EXPECT_LT(resident.back() - resident[5], 32 * 1024) << report;
+#endif
+}

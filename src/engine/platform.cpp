@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <dlfcn.h>
+#include <malloc.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -71,6 +72,12 @@ int fileStatus(const std::string& path) {
 bool isRegularFile(const std::string& path) {
     struct stat status {};
     return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+void releaseFreeMemory() {
+#if defined(__GLIBC__)
+    ::malloc_trim(0);
+#endif
 }
 
 namespace {

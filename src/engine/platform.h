@@ -29,6 +29,10 @@ int fileStatus(const std::string& path);
 // True when the path names a regular file (links followed).
 bool isRegularFile(const std::string& path);
 
+// Gives the memory the allocator holds free back to the system where the C
+// library can (glibc's malloc_trim); nothing elsewhere.
+void releaseFreeMemory();
+
 // While it lives, a write to a closed pipe on this thread fails with an error
 // instead of raising SIGPIPE (which would end the host process).
 class QuietBrokenPipe {
