@@ -7,10 +7,12 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 #include <rapidjson/document.h>
 
 #include "detectors/image_input.h"
@@ -48,7 +50,7 @@ float score(const Scan& scan, const char* name) {
     return -1.0f;
 }
 
-class DefaultPack : public ::testing::Test {
+class DefaultPackTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         if (!std::filesystem::exists(kPack + "/faces")) return;
@@ -58,6 +60,14 @@ protected:
     static void TearDownTestSuite() { DeInitializeNubexEngine(-1); }
     void SetUp() override {
         if (!std::filesystem::exists(kPack + "/faces")) GTEST_SKIP() << "the default pack is not built here";
+    }
+};
+
+// The quality checks.
+class DefaultPack : public DefaultPackTest {
+protected:
+    void SetUp() override {
+        DefaultPackTest::SetUp();
 #if defined(__SANITIZE_THREAD__)
         // These checks exercise the networks, not the engine's threads, and
         // take tens of minutes under the thread sanitizer.
@@ -136,4 +146,40 @@ TEST_F(DefaultPack, ContentScoresAreStableAndBounded) {
     }
     // The portrait shows a woman's face: the classifier agrees.
     EXPECT_GT(score(scanFile(kSamples + "/astronaut.png", categories), "Female face"), 50.0f);
+}
+
+// The real networks of every kind, scanned from several threads at once on
+// small pictures: short enough for the thread sanitizer, which checks the
+// engine's own threads around them. Every thread gets the single-threaded
+// answer.
+TEST_F(DefaultPackTest, SeveralThreadsScanSmallPicturesAlike) {
+    const char* categories = "8337,9112,101,102,103,104,105,106,107,108,109,110,111,112,113,114,115,116,117,118";
+    std::vector<std::vector<std::uint8_t>> pixels;
+    std::vector<cv::Size> sizes;
+    for (const char* picture : {"/astronaut.png", "/sign.png"}) {
+        cv::Mat image = cv::imread(kSamples + picture, cv::IMREAD_COLOR);
+        ASSERT_FALSE(image.empty()) << picture;
+        cv::resize(image, image, cv::Size(160, 160 * image.rows / image.cols), 0, 0, cv::INTER_AREA);
+        pixels.push_back(Detectors::packPixelBuffer(image));
+        sizes.push_back(image.size());
+    }
+    auto scanOnce = [&](std::size_t which) {
+        std::vector<float> scores(32, 0.0f);
+        char* document = ScanImage(pixels[which].data(), static_cast<int32_t>(pixels[which].size()),
+                                   sizes[which].width, sizes[which].height, categories, scores.data(), 50.0f);
+        std::string text = document;
+        ReleaseNubexMemory(document);
+        return text;
+    };
+    const std::vector<std::string> expected = {scanOnce(0), scanOnce(1)};
+    EXPECT_NE(expected[1].find("\"text_details\""), std::string::npos) << expected[1];
+    std::vector<std::string> seen(6);
+    std::vector<std::thread> threads;
+    for (std::size_t t = 0; t < 3; ++t) {
+        threads.emplace_back([&, t] {
+            for (std::size_t i = 0; i < 2; ++i) seen[2 * t + i] = scanOnce((t + i) % 2);
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    for (std::size_t k = 0; k < seen.size(); ++k) EXPECT_EQ(seen[k], expected[(k / 2 + k % 2) % 2]) << k;
 }
