@@ -130,20 +130,18 @@ TEST(Tools, PackInspectVerifyAndScan) {
     EXPECT_EQ(run("nubex-pack inspect --group 1 " + folder).status, 1);
 
     cv::imwrite(tree / "green.png", cv::Mat(5, 7, CV_8UC3, cv::Scalar(0, 255, 0)));
-    const ToolRun scanned = run("nubex-scan --resources " + (tree / "res") + " --categories 14 " + (tree / "green.png"));
-    EXPECT_EQ(scanned.status, 0);
-    EXPECT_EQ(scanned.output,
-              "{\"scan_result\":[{\"Drinks\":100.0}],\"img_width\":7,\"img_height\":5,\"error_code\":\"\","
-              "\"result\":\"True\"}\n");
     // Beside the default pack (when it is built), the added directory's set and categories.
     const ToolRun listed = run("nubex-scan --resources " + (tree / "res") + " --list-categories --details");
     EXPECT_NE(listed.output.find("Vision Pro,\t1.0,\tDrinks,\tSmoke,\t\r\n"), std::string::npos) << listed.output;
     EXPECT_NE(listed.output.find("\n14\tDrinks\n21\tSmoke\n"), std::string::npos) << listed.output;
-    EXPECT_EQ(run("nubex-scan --resources " + (tree / "res") + " " + (tree / "missing.png")).status, 1);
-    EXPECT_EQ(run("nubex-scan --resources " + (tree / "res") + " --annotate " + (tree / "out.png") + " " +
-                  (tree / "green.png") + " " + (tree / "green.png"))
-                  .status,
-              0);
+    // Only the added set's category is scanned (the default pack's networks
+    // are slow under the sanitizers); a missing picture fails the run after
+    // the others are scanned and drawn.
+    const ToolRun annotated = run("nubex-scan --resources " + (tree / "res") + " --categories 14 --annotate " +
+                                  (tree / "out.png") + " " + (tree / "green.png") + " " + (tree / "green.png") + " " +
+                                  (tree / "missing.png"));
+    EXPECT_EQ(annotated.status, 1);
+    EXPECT_EQ(annotated.output, (tree / "green.png") + "\t" + kGreenDocument + (tree / "green.png") + "\t" + kGreenDocument);
     EXPECT_FALSE(cv::imread(tree / "out.png").empty());
     EXPECT_FALSE(cv::imread(tree / "out-2.png").empty());
 }
