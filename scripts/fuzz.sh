@@ -7,7 +7,7 @@
 # to the current folder as crash-* files.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-targets=(details_line class_table resource_folder scan_request model_loading)
+targets=(details_line class_table resource_folder scan_request model_loading detector_networks)
 build_dir=${NUBEX_FUZZ_BUILD_DIR:-$root/build-fuzz}
 
 NUBEX_BUILD_DIR=$build_dir NUBEX_BUILD_TYPE=RelWithDebInfo CC=clang CXX=clang++ \
