@@ -135,6 +135,26 @@ std::shared_ptr<ov::Model> fixedRecogniserNetwork(const std::string& sequence) {
     return std::make_shared<ov::Model>(ov::ResultVector{namedResult(output, "logits")}, ov::ParameterVector{input});
 }
 
+std::shared_ptr<ov::Model> fixedOutputsNetwork(const ov::Shape& inputShape, const std::vector<OutputPort>& outputs,
+                                               const std::vector<float>& values) {
+    auto input = std::make_shared<v0::Parameter>(ov::element::f32, inputShape);
+    input->set_friendly_name("image");
+    input->output(0).get_tensor().set_names({"image"});
+    std::vector<std::int64_t> everyAxis(inputShape.size());
+    for (std::size_t axis = 0; axis < everyAxis.size(); ++axis) everyAxis[axis] = static_cast<std::int64_t>(axis);
+    auto sum = std::make_shared<v1::ReduceSum>(input, v0::Constant::create(ov::element::i64, {everyAxis.size()}, everyAxis),
+                                               false);
+    auto zero = std::make_shared<v1::Multiply>(sum, v0::Constant::create(ov::element::f32, {}, {0.0f}));
+    ov::ResultVector results;
+    for (const auto& output : outputs) {
+        std::vector<float> fixed(ov::shape_size(output.shape), 0.0f);
+        for (std::size_t i = 0; i < fixed.size() && !values.empty(); ++i) fixed[i] = values[i % values.size()];
+        auto constant = v0::Constant::create(ov::element::f32, output.shape, fixed);
+        results.push_back(namedResult(std::make_shared<v1::Add>(constant, zero), output.name));
+    }
+    return std::make_shared<ov::Model>(results, ov::ParameterVector{input});
+}
+
 namespace {
 
 // Convolution features of the input at 1/4 of its size with the given

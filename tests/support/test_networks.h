@@ -43,6 +43,16 @@ std::shared_ptr<ov::Model> convolutionalPixelLinkNetwork(std::size_t height, std
                                                          const std::vector<float>& links);
 std::shared_ptr<ov::Model> convolutionalRecogniserNetwork(const std::string& sequence);
 
+// One float input named "image" of the given shape, and outputs of the given
+// names and shapes that hold fixed values (taken in turn from `values`; zeros
+// when it is empty) and depend on the input only through a factor of zero.
+struct OutputPort {
+    std::string name;
+    ov::Shape shape;
+};
+std::shared_ptr<ov::Model> fixedOutputsNetwork(const ov::Shape& input, const std::vector<OutputPort>& outputs,
+                                               const std::vector<float>& values);
+
 // Pixel-and-link scores for a set of positive cells, every link between
 // positive cells positive: pairs (10, 0) for no and (0, 10) for yes.
 struct PixelLinkGrid {
