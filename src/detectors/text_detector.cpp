@@ -1,5 +1,6 @@
 #include "detectors/text_detector.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 
@@ -45,6 +46,7 @@ ChosenOutputs chooseOutputs(const std::map<std::string, ov::Tensor>& outputs) {
 void checkGrid(const ov::Tensor& tensor, std::size_t channels, const ov::Shape& reference) {
     const ov::Shape shape = tensor.get_shape();
     if (shape.size() != 4) throw std::logic_error("Shape and axes must have the same dimension.");
+    if (shape[0] == 0) throw std::logic_error("The text detector's outputs hold no image: " + shape.to_string());
     if (shape[1] != channels || shape[2] != reference[2] || shape[3] != reference[3]) {
         throw std::logic_error("The pixel and link outputs of the text detector do not match: " +
                                shape.to_string() + " against " + reference.to_string());
@@ -61,7 +63,8 @@ std::vector<cv::RotatedRect> decodeOutputs(const ChosenOutputs& chosen, const In
         if (chosen.boxes->get_element_type() != ov::element::f32) {
             throw std::logic_error("The text detector box output must be f32.");
         }
-        const std::size_t rows = shape.size() >= 2 ? shape[0] * shape[1] / 5 : 0;
+        const std::size_t rows =
+            shape.size() >= 2 ? std::min(shape[0] * shape[1], chosen.boxes->get_size()) / 5 : 0;
         const cv::Size networkSize(static_cast<int>(detector.inputDimension(3)), static_cast<int>(detector.inputDimension(2)));
         return decodeBoxes(chosen.boxes->data<const float>(), rows, networkSize, workingSize);
     }

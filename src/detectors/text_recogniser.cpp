@@ -100,6 +100,7 @@ Reading decodeOutput(Inference::InferReqWrap& request) {
     if (shape.size() < 3 || shape[2] != kAlphabet.size()) {
         throw std::logic_error("The text recognition model does not correspond to alphabet.");
     }
+    if (shape[1] == 0) throw std::logic_error("The text recognition network gives no sequence: its output is " + shape.to_string());
     // Row t of the first sequence of the batch.
     std::vector<float> scores(shape[0] * shape[2]);
     const float* values = output.get_element_type() == ov::element::f32 ? output.data<const float>() : nullptr;
