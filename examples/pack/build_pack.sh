@@ -22,6 +22,8 @@ cat > "$work/classes.txt" <<'TABLE'
 TABLE
 
 # 3. The resource folder (enciphered), checked as the engine will load it.
+#    (nubex-pack carries the engine's code, which reports that no "res/" is
+#    beside the program: nubex-pack needs none.)
 "$prefix/bin/nubex-pack" build --xml "$work/colour_shares.xml" --bin "$work/colour_shares.bin" \
   --details "5000, Colour Shares, 1.0" --classes "$work/classes.txt" "$work/res/colour-shares"
 "$prefix/bin/nubex-pack" inspect "$work/res/colour-shares"
