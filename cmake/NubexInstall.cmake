@@ -53,26 +53,34 @@ endif()
 
 # The default resource pack, copied from the pack the build uses (a link to the
 # shared cache: the files it points to are copied), and "res" beside the
-# library pointing at it, which is where the engine looks by default.
+# library pointing at it, which is where the engine looks by default. Without
+# the pack the folder is left empty, ready for packs dropped into it.
+nubex_relative_path(_lib_to_pack "${CMAKE_INSTALL_LIBDIR}" "${NUBEX_INSTALL_PACK_DIR}")
 if(NUBEX_INSTALL_DEFAULT_PACK)
-  nubex_relative_path(_lib_to_pack "${CMAKE_INSTALL_LIBDIR}" "${NUBEX_INSTALL_PACK_DIR}")
-  install(CODE "
-    set(pack \"${NUBEX_DEFAULT_PACK_DIR}\")
+  set(_pack_source "${NUBEX_DEFAULT_PACK_DIR}")
+else()
+  set(_pack_source "")
+endif()
+install(CODE "
+  set(pack \"${_pack_source}\")
+  set(target \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${NUBEX_INSTALL_PACK_DIR}\")
+  file(REMOVE_RECURSE \"\${target}\")
+  if(pack)
     if(NOT IS_DIRECTORY \"\${pack}\")
       message(FATAL_ERROR \"No default resource pack at \${pack}: run scripts/setup.sh first, set \"
                           \"NUBEX_DEFAULT_PACK_DIR, or configure with -DNUBEX_INSTALL_DEFAULT_PACK=OFF\")
     endif()
     file(REAL_PATH \"\${pack}\" pack)
-    set(target \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${NUBEX_INSTALL_PACK_DIR}\")
-    file(REMOVE_RECURSE \"\${target}\")
     file(INSTALL \"\${pack}/\" DESTINATION \"\${target}\" PATTERN .pack-fingerprint EXCLUDE)
-    set(link \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/res\")
-    message(STATUS \"Installing: \${link} -> ${_lib_to_pack}\")
-    file(REMOVE \"\${link}\")
-    file(CREATE_LINK \"${_lib_to_pack}\" \"\${link}\" SYMBOLIC)
-    list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${link}\")
-  ")
-endif()
+  else()
+    file(MAKE_DIRECTORY \"\${target}\")
+  endif()
+  set(link \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/res\")
+  message(STATUS \"Installing: \${link} -> ${_lib_to_pack}\")
+  file(REMOVE \"\${link}\")
+  file(CREATE_LINK \"${_lib_to_pack}\" \"\${link}\" SYMBOLIC)
+  list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${link}\")
+")
 
 # find_package(NubexEngine): the imported target NubexEngine::NubexEngine.
 install(EXPORT NubexEngineTargets NAMESPACE NubexEngine:: DESTINATION ${NUBEX_INSTALL_CMAKE_DIR})

@@ -42,16 +42,26 @@ function(nubex_relative_path out from to)
   set(${out} "${relative}" PARENT_SCOPE)
 endfunction()
 
+# Where the installed library finds OpenVINO, relative to its own folder: the
+# copy installed beside it, or (NUBEX_OPENVINO_RUNPATH) an OpenVINO that sits
+# at a fixed place relative to the install, as the openvino wheel does beside
+# the Python package.
+set(NUBEX_OPENVINO_RUNPATH "" CACHE STRING
+  "With NUBEX_INSTALL_OPENVINO off: the OpenVINO runtime's folder relative to the installed library's")
+nubex_relative_path(_bin_to_lib "${CMAKE_INSTALL_BINDIR}" "${CMAKE_INSTALL_LIBDIR}")
 if(NUBEX_INSTALL_OPENVINO)
   nubex_relative_path(_lib_to_openvino "${CMAKE_INSTALL_LIBDIR}" "${NUBEX_INSTALL_OPENVINO_DIR}")
-  nubex_relative_path(_bin_to_lib "${CMAKE_INSTALL_BINDIR}" "${CMAKE_INSTALL_LIBDIR}")
-  nubex_relative_path(_bin_to_openvino "${CMAKE_INSTALL_BINDIR}" "${NUBEX_INSTALL_OPENVINO_DIR}")
-  set(NUBEX_LIBRARY_INSTALL_RPATH "$ORIGIN/${_lib_to_openvino}")
-  set(NUBEX_TOOLS_INSTALL_RPATH "$ORIGIN/${_bin_to_lib};$ORIGIN/${_bin_to_openvino}")
+elseif(NUBEX_OPENVINO_RUNPATH)
+  set(_lib_to_openvino "${NUBEX_OPENVINO_RUNPATH}")
 else()
   # The system's OpenVINO: installed programs keep finding it where they were linked.
   set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
-  nubex_relative_path(_bin_to_lib "${CMAKE_INSTALL_BINDIR}" "${CMAKE_INSTALL_LIBDIR}")
+  set(_lib_to_openvino "")
+endif()
+if(_lib_to_openvino)
+  set(NUBEX_LIBRARY_INSTALL_RPATH "$ORIGIN/${_lib_to_openvino}")
+  set(NUBEX_TOOLS_INSTALL_RPATH "$ORIGIN/${_bin_to_lib};$ORIGIN/${_bin_to_lib}/${_lib_to_openvino}")
+else()
   set(NUBEX_LIBRARY_INSTALL_RPATH "")
   set(NUBEX_TOOLS_INSTALL_RPATH "$ORIGIN/${_bin_to_lib}")
 endif()
