@@ -73,13 +73,16 @@ install(CODE "
     file(REAL_PATH \"\${pack}\" pack)
     file(INSTALL \"\${pack}/\" DESTINATION \"\${target}\" PATTERN .pack-fingerprint EXCLUDE)
   else()
-    file(MAKE_DIRECTORY \"\${target}\")
+    file(WRITE \"\${target}/README.txt\"
+      \"Resource folders placed here are found by the engine: this is its default resource directory.\\n\")
   endif()
-  set(link \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/res\")
-  message(STATUS \"Installing: \${link} -> ${_lib_to_pack}\")
-  file(REMOVE \"\${link}\")
-  file(CREATE_LINK \"${_lib_to_pack}\" \"\${link}\" SYMBOLIC)
-  list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${link}\")
+  if(NOT \"${NUBEX_INSTALL_PACK_DIR}\" STREQUAL \"${CMAKE_INSTALL_LIBDIR}/res\")
+    set(link \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/res\")
+    message(STATUS \"Installing: \${link} -> ${_lib_to_pack}\")
+    file(REMOVE \"\${link}\")
+    file(CREATE_LINK \"${_lib_to_pack}\" \"\${link}\" SYMBOLIC)
+    list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${link}\")
+  endif()
 ")
 
 # find_package(NubexEngine): the imported target NubexEngine::NubexEngine.

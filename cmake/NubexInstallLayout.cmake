@@ -23,7 +23,8 @@ set(NUBEX_DEFAULT_PACK_DIR "${PROJECT_BINARY_DIR}/res" CACHE PATH
   "The default resource pack that an install carries (links are followed)")
 
 set(NUBEX_INSTALL_OPENVINO_DIR "${CMAKE_INSTALL_LIBDIR}/nubex/openvino")
-set(NUBEX_INSTALL_PACK_DIR "${CMAKE_INSTALL_DATADIR}/nubex/res")
+set(NUBEX_INSTALL_PACK_DIR "${CMAKE_INSTALL_DATADIR}/nubex/res" CACHE STRING
+  "Where the default pack is installed, relative to the prefix; ${CMAKE_INSTALL_LIBDIR}/res links to it unless it is that folder")
 set(NUBEX_INSTALL_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/NubexEngine")
 set(NUBEX_INSTALL_DOC_DIR "${CMAKE_INSTALL_DATADIR}/doc/NubexEngine")
 

@@ -2,6 +2,10 @@
 # Python package of the Python found first (the pinned wheel in requirements.txt,
 # or the build environment of a Python package build).
 if(NOT OpenVINO_DIR AND NOT DEFINED ENV{OpenVINO_DIR})
+  # The project's environment (scripts/setup.sh) first, then any Python found.
+  if(NOT Python_EXECUTABLE AND EXISTS "${PROJECT_SOURCE_DIR}/.venv/bin/python")
+    set(Python_EXECUTABLE "${PROJECT_SOURCE_DIR}/.venv/bin/python")
+  endif()
   find_package(Python COMPONENTS Interpreter)
   if(Python_Interpreter_FOUND)
     execute_process(
