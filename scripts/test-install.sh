@@ -107,7 +107,7 @@ clean gcc "$root/examples/c_host/scan.c" -I"$prefix/include" -I/usr/include/stb 
 check_c_host "$prefix" installed
 check_cpp_host "$prefix" installed
 
-clean "$python" "$root/examples/python_host/scan.py" --library "$prefix/lib/libNubexEngine.so.8" \
+clean "$python" "$root/examples/python_host/scan_ctypes.py" --library "$prefix/lib/libNubexEngine.so.8" \
   "$samples/sign.png" "8337, 9112" >"$work/py.out" 2>"$work/py.err" || fail "the Python host failed"
 expect "Python host" "$work/py.out" '^\{"scan_result":\[\{"Face":[0-9.]*\},\{"Text":' '"text_details":\[.*fresh'
 
