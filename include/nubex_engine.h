@@ -38,8 +38,13 @@
 
 #include <stdint.h>
 
+/* NUBEX_ENGINE_BUILDING is defined only while the engine itself is compiled. */
 #if defined(_WIN32)
+#if defined(NUBEX_ENGINE_BUILDING)
 #define NUBEX_API __declspec(dllexport)
+#else
+#define NUBEX_API __declspec(dllimport)
+#endif
 #else
 #define NUBEX_API __attribute__((visibility("default")))
 #endif
