@@ -3,7 +3,8 @@
 
 usage: report.py MANIFEST RESULTS_DIR OUT_MARKDOWN
 
-RESULTS_DIR holds <tool>.jsonl files written by run_tool.py. Rules (see
+RESULTS_DIR holds <tool>.jsonl files written by run_tool.py; the scores of
+each picture are written beside OUT_MARKDOWN as details.tsv. Rules (see
 README.md):
   words       lowercase, only 0-9 and a-z kept, empty words dropped; recall =
               matched / labelled words, precision = matched / reported words,
@@ -182,6 +183,30 @@ def face_row(set_name, pictures, tool_name, records):
             f"{1e3 * sum(times) / len(times):.1f}" if times else "-", str(errors)]
 
 
+def details(pictures, results_dir):
+    rows = ["tool\tpicture\tset\twords matched/labelled\twords reported\tfaces found/labelled\tfalse faces"
+            "\tscore\tms\terror"]
+    for _, tool in TEXT_TOOLS + FACE_TOOLS:
+        records = load(results_dir, tool) or {}
+        for picture in pictures:
+            record = records.get(picture["id"])
+            if record is None:
+                continue
+            found = words(record["lines"])
+            truth = words(picture["text"] or [])
+            hits, false = face_matches(picture["faces"], record["faces"], picture["ignore"])
+            text_cells = f"{matched(truth, found)}/{len(truth)}\t{len(found)}" if tool not in (
+                "engine-faces", "blazeface", "haar") else "\t"
+            face_cells = f"{hits}/{len(picture['faces'])}\t{false}" if tool in (
+                "engine-faces", "blazeface", "haar") else "\t"
+            score = record.get("score")
+            seconds = record["seconds"]
+            rows.append("\t".join([tool, picture["id"], picture["set"], text_cells, face_cells,
+                                    "" if score is None else f"{score:.1f}",
+                                    "" if seconds is None else f"{1e3 * seconds:.0f}", record["error"]]))
+    return "\n".join(rows) + "\n"
+
+
 def table(header, rows):
     widths = [max(len(str(row[i])) for row in [header] + rows) for i in range(len(header))]
     plain = ["  ".join(str(cell).ljust(width) for cell, width in zip(row, widths)) for row in [header] + rows]
@@ -221,6 +246,8 @@ def main():
     print("Text\n" + text_plain + "\n\nFaces\n" + face_plain)
     with open(out_path, "w") as f:
         f.write("### Text\n\n" + text_md + "\n\n### Faces\n\n" + face_md + "\n")
+    with open(os.path.join(os.path.dirname(os.path.abspath(out_path)), "details.tsv"), "w") as f:
+        f.write(details(pictures, results_dir))
 
 
 if __name__ == "__main__":

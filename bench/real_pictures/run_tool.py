@@ -1,6 +1,7 @@
 """Runs one tool over the benchmark's pictures and writes what it reported,
 one JSON object a line: {"id", "lines": [text, ...], "faces": [[x1, y1, x2,
-y2], ...], "seconds", "error"}.
+y2], ...], "seconds", "error"} (the engine's also "score", the category's
+score in percent).
 
 usage: run_tool.py TOOL MANIFEST OUT [--sets S,S...] [--library PATH]
   TOOL: engine-text, engine-faces, rapidocr, tesseract, blazeface, haar
@@ -52,12 +53,13 @@ def engine_tool(library_path, category):
         if document.get("result") != "True":
             raise RuntimeError(document.get("error_code", "scan failed"))
         lines = [line.split(",", 8)[8] for line in document.get("text_details", [])]
+        score = scores[0] if document.get("scan_result") else None
         faces = []
         for face in document.get("face_details", []):
             xs = [v["x"] for v in face["location"]["vertices"]]
             ys = [v["y"] for v in face["location"]["vertices"]]
             faces.append([min(xs), min(ys), max(xs), max(ys)])
-        return lines, faces
+        return lines, faces, {"score": score}
 
     return load, read
 
@@ -73,7 +75,7 @@ def rapidocr_tool():
 
     def read(bgr):
         result, _ = ocr(bgr)
-        return [text for _, text, _ in (result or [])], []
+        return [text for _, text, _ in (result or [])], [], {}
 
     return load, read
 
@@ -88,7 +90,7 @@ def tesseract_tool():
                               env=environment, timeout=300)
         if done.returncode != 0:
             raise RuntimeError(done.stderr.strip()[-300:])
-        return [line for line in done.stdout.splitlines() if line.strip()], []
+        return [line for line in done.stdout.splitlines() if line.strip()], [], {}
 
     return (lambda path: path), read
 
@@ -113,7 +115,7 @@ def blazeface_tool():
         for detection in detect(image):
             box = detection.bbox
             faces.append([box.xmin * width, box.ymin * height, box.xmax * width, box.ymax * height])
-        return [], faces
+        return [], faces, {}
 
     return load, read
 
@@ -132,7 +134,7 @@ def haar_tool():
     def read(bgr):
         gray = cv2.equalizeHist(cv2.cvtColor(bgr, cv2.COLOR_BGR2GRAY))
         found = cascade.detectMultiScale(gray, scaleFactor=1.1, minNeighbors=5, minSize=(24, 24))
-        return [], [[int(x), int(y), int(x + w), int(y + h)] for x, y, w, h in found]
+        return [], [[int(x), int(y), int(x + w), int(y + h)] for x, y, w, h in found], {}
 
     return load, read
 
@@ -167,9 +169,10 @@ def main():
             try:
                 data = load(picture["path"])
                 start = time.perf_counter()
-                lines, faces = read(data)
+                lines, faces, extra = read(data)
                 record["seconds"] = time.perf_counter() - start
                 record["lines"], record["faces"] = lines, [[round(float(v), 1) for v in f] for f in faces]
+                record.update(extra)
             except Exception as error:  # noqa: BLE001 - one picture's failure is not the run's
                 record["error"] = f"{type(error).__name__}: {error}"
                 traceback.print_exc(file=sys.stderr)
