@@ -37,7 +37,16 @@ def download(source, cache):
         found = [f for f in os.listdir(folder) if f.startswith(package + "_") and f.endswith(".deb")
                  and version.replace(":", "%3a") in f]
         if not found:
-            run(["apt-get", "download", f"{package}={version}"], cwd=folder)
+            if subprocess.run(["apt-get", "download", f"{package}={version}"], cwd=folder).returncode != 0:
+                # Stale package lists, or the pinned version has left the
+                # mirror (a point release): read the lists again, then take
+                # the version the mirror has and say so.
+                sudo = [] if os.geteuid() == 0 else ["sudo"]
+                run(sudo + ["apt-get", "update", "-qq"])
+                if subprocess.run(["apt-get", "download", f"{package}={version}"], cwd=folder).returncode != 0:
+                    print(f"[fetch] {package} {version} is not available; using the mirror's version",
+                          file=sys.stderr)
+                    run(["apt-get", "download", package], cwd=folder)
             found = [f for f in os.listdir(folder) if f.startswith(package + "_") and f.endswith(".deb")]
         return os.path.join(folder, found[0])
     folder = os.path.join(cache, "pypi")
@@ -52,7 +61,8 @@ def download(source, cache):
         return None
 
     if not present():
-        binary = ["--no-binary", ":all:"] if kind == "pypi-sdist" else ["--only-binary", ":all:"]
+        # (an sdist-only package: pip takes its source archive by itself)
+        binary = [] if kind == "pypi-sdist" else ["--only-binary", ":all:"]
         run([sys.executable, "-m", "pip", "download", "-q", "--disable-pip-version-check", "--no-deps", *binary,
              f"{package}=={version}", "-d", folder])
     return present()
