@@ -12,7 +12,7 @@
 #include "detectors/model_access.h"
 #include "detectors/output_values.h"
 #include "engine/globals.h"
-#include "engine/log_stream.h"
+#include "base/log_stream.h"
 
 namespace Detectors {
 

@@ -7,10 +7,12 @@
 
 #include "detectors/image_input.h"
 #include "detectors/model_access.h"
-#include "detectors/numeric.h"
-#include "engine/log_stream.h"
+#include "base/numeric.h"
+#include "base/log_stream.h"
 
 namespace Detectors {
+
+using Base::truncateToInt;
 
 namespace {
 

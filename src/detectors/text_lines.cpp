@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <charconv>
 
-#include "detectors/numeric.h"
+#include "base/numeric.h"
 
 namespace Detectors {
+
+using Base::truncateToInt;
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "detectors/text_detector.h"
 #include "detectors/text_lines.h"
 #include "detectors/text_recogniser.h"
-#include "engine/log_stream.h"
+#include "base/log_stream.h"
 #include "resources/resource_details.h"
 #include "resources/resource_initialisation.h"
 

@@ -12,8 +12,8 @@
 
 #include "engine/globals.h"
 #include "engine/lifecycle.h"
-#include "engine/log_stream.h"
-#include "engine/owned_text.h"
+#include "base/log_stream.h"
+#include "base/owned_text.h"
 #include "resources/categories.h"
 #include "scan/scan_request.h"
 
@@ -56,7 +56,7 @@ NUBEX_API char* ScanImage(const uint8_t* image, int32_t imageSize, int32_t width
                           const char* categories, float* scores, float textScoreThreshold) {
     std::string failure;
     try {
-        return Nubex::makeOwnedText(
+        return Base::makeOwnedText(
             Scan::scanImage({image, imageSize, width, height, categories, scores, textScoreThreshold}));
     } catch (const std::exception& error) {
         failure = error.what();
@@ -66,18 +66,18 @@ NUBEX_API char* ScanImage(const uint8_t* image, int32_t imageSize, int32_t width
     // Even a scan that failed inside answers with a document.
     return guarded<char*>("ScanImage", nullptr, [&] {
         slog::err << "ScanImage: " << failure << std::endl;
-        return Nubex::makeOwnedText(Scan::failedScanDocument(width, height, "\tScan failed: " + failure));
+        return Base::makeOwnedText(Scan::failedScanDocument(width, height, "\tScan failed: " + failure));
     });
 }
 
 NUBEX_API char* GetNubexEngineVersion(void) {
     return guarded<char*>("GetNubexEngineVersion", nullptr,
-                          [] { return Nubex::makeOwnedText(Nubex::g_NubexEngineVersion); });
+                          [] { return Base::makeOwnedText(Nubex::g_NubexEngineVersion); });
 }
 
 NUBEX_API char* GetNubexResourcesDetails(void) {
     return guarded<char*>("GetNubexResourcesDetails", nullptr,
-                          [] { return Nubex::makeOwnedText(Nubex::refreshResources()); });
+                          [] { return Base::makeOwnedText(Nubex::refreshResources()); });
 }
 
 NUBEX_API int32_t GetNubexCategories(char*** categories) {
@@ -95,7 +95,7 @@ NUBEX_API int32_t GetNubexCategories(char*** categories) {
         }
         auto** array = static_cast<char**>(std::calloc(lines.size() + 1, sizeof(char*)));
         if (array == nullptr) return 0;
-        for (std::size_t i = 0; i < lines.size(); ++i) array[i] = Nubex::makeOwnedText(lines[i]);
+        for (std::size_t i = 0; i < lines.size(); ++i) array[i] = Base::makeOwnedText(lines[i]);
         *categories = array;
         return static_cast<int32_t>(lines.size());
     });

@@ -5,8 +5,8 @@
 
 #include <iostream>
 
-#include "engine/log_stream.h"
-#include "engine/platform.h"
+#include "base/log_stream.h"
+#include "base/platform.h"
 
 namespace slog {
 LogStream info("INFO", std::cout);
@@ -17,11 +17,11 @@ LogStream err("ERROR", std::cerr);
 namespace Nubex {
 
 std::optional<std::string> defaultResourceDirectory() {
-    const auto modulePath = platform::ownModulePath();
+    const auto modulePath = Base::platform::ownModulePath();
     if (!modulePath) return std::nullopt;
-    const auto separator = modulePath->rfind(platform::kPathSeparator);
+    const auto separator = modulePath->rfind(Base::platform::kPathSeparator);
     const std::string folder = separator == std::string::npos ? std::string() : modulePath->substr(0, separator + 1);
-    return folder + "res" + platform::kPathSeparator;
+    return folder + "res" + Base::platform::kPathSeparator;
 }
 
 const std::string g_NubexEngineVersion = "Nubex 8.0.9.6 - SDK 64 bit for Windows";

@@ -4,7 +4,7 @@
 #include <shared_mutex>
 
 #include "engine/globals.h"
-#include "engine/platform.h"
+#include "base/platform.h"
 #include "inference/engine_core.h"
 #include "resources/resource_initialisation.h"
 #include "resources/resource_listing.h"
@@ -55,7 +55,7 @@ void deinitializeEngine(std::int32_t category) {
     std::lock_guard<std::mutex> initialisation(g_EngineInitialisationMutex);
     Inference::shutDownEngineCore();
     g_bEngineInitialised.store(false);
-    platform::releaseFreeMemory();
+    Base::platform::releaseFreeMemory();
 }
 
 std::string refreshResources() {

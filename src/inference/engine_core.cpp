@@ -8,7 +8,7 @@
 
 #include <openvino/openvino.hpp>
 
-#include "engine/log_stream.h"
+#include "base/log_stream.h"
 #include "inference/device_config.h"
 
 namespace Inference {

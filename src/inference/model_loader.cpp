@@ -9,7 +9,7 @@
 #include <openvino/core/preprocess/pre_post_process.hpp>
 #include <openvino/runtime/core.hpp>
 
-#include "engine/log_stream.h"
+#include "base/log_stream.h"
 #include "inference/engine_core.h"
 #include "resources/resource_file.h"
 #include "resources/resource_ids.h"

@@ -8,8 +8,8 @@
 
 #include "engine/globals.h"
 #include "engine/lifecycle.h"
-#include "engine/log_stream.h"
-#include "engine/platform.h"
+#include "base/log_stream.h"
+#include "base/platform.h"
 #include "inference/engine_core.h"
 #include "inference/model_loader.h"
 #include "resources/resource_file.h"
@@ -121,7 +121,7 @@ bool ensureModel(const std::string& folder, int group) {
     try {
         for (const std::string& path : {folder, joinPath(folder, resourceFileName(group, FileRole::Network)),
                                         joinPath(folder, resourceFileName(group, FileRole::Weights))}) {
-            const int error = Nubex::platform::fileStatus(path);
+            const int error = Base::platform::fileStatus(path);
             if (error != 0) {
                 slog::err << "stat error " << error << " for directory : " << path << std::endl;
                 return false;

@@ -2,8 +2,8 @@
 
 #include <stdexcept>
 
-#include "engine/log_stream.h"
-#include "engine/platform.h"
+#include "base/log_stream.h"
+#include "base/platform.h"
 #include "resources/calibration.h"
 #include "resources/resource_file.h"
 #include "resources/resource_folder.h"
@@ -28,7 +28,7 @@ ResourceUtils::ResourceUtils(std::optional<std::string> defaultDirectory) {
 
 std::size_t ResourceUtils::addDirectory(std::string directory) {
     if (directory.empty()) throw std::out_of_range("invalid string position");
-    if (directory.back() != Nubex::platform::kPathSeparator) directory += Nubex::platform::kPathSeparator;
+    if (directory.back() != Base::platform::kPathSeparator) directory += Base::platform::kPathSeparator;
     bool known = false;
     for (const auto& existing : directories_) known = known || existing == directory;
     if (!known) directories_.push_back(std::move(directory));
@@ -56,9 +56,9 @@ void ResourceUtils::collectDisplayNames() {
 }
 
 void ResourceUtils::scanDirectory(const std::string& directory, int group, std::vector<std::uint32_t>& replaced) {
-    std::vector<Nubex::platform::DirectoryEntry> entries;
+    std::vector<Base::platform::DirectoryEntry> entries;
     int errorNumber = 0;
-    if (!Nubex::platform::listDirectory(directory, entries, errorNumber)) {
+    if (!Base::platform::listDirectory(directory, entries, errorNumber)) {
         slog::err << "Error # " << errorNumber << ". No resource could be loaded from the path." << std::endl;
         return;
     }

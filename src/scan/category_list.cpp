@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "resources/text_fields.h"
+#include "base/text_fields.h"
 
 namespace Scan {
 
@@ -62,10 +62,10 @@ CategoryRequest parseCategoryList(const char* categories, const CategoryLookup& 
                                   const std::vector<Resources::ResourceSet>& sets, std::string& errorText) {
     CategoryRequest request;
     if (categories == nullptr) return request;
-    for (const std::string_view rawToken : Resources::split(categories, ',')) {
-        const std::string_view token = Resources::trim(rawToken);
+    for (const std::string_view rawToken : Base::split(categories, ',')) {
+        const std::string_view token = Base::trim(rawToken);
         if (token.empty()) continue;
-        const auto identifier = static_cast<std::int32_t>(Resources::leadingInteger(token));
+        const auto identifier = static_cast<std::int32_t>(Base::leadingInteger(token));
         const Resources::CategoryIndexEntry* entry = findCategory(identifier);
         if (entry == nullptr) {
             errorText += "\tInvalid Category: ";
