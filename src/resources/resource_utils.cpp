@@ -37,14 +37,13 @@ std::size_t ResourceUtils::addDirectory(std::string directory) {
 }
 
 void ResourceUtils::scanAllGroups() {
-    std::vector<std::uint32_t> replaced;
-    for (int group = 0; group < kGroupCount; ++group) scanGroup(group, replaced);
+    for (int group = 0; group < kGroupCount; ++group) scanGroup(group);
 }
 
-void ResourceUtils::scanGroup(int group, std::vector<std::uint32_t>& replaced) {
+void ResourceUtils::scanGroup(int group) {
     if (!isValidGroup(group)) return;
     records_[group].clear();
-    for (const auto& directory : directories_) scanDirectory(directory, group, replaced);
+    for (const auto& directory : directories_) scanDirectory(directory, group);
     if (group == 0) collectDisplayNames();
 }
 
@@ -55,7 +54,7 @@ void ResourceUtils::collectDisplayNames() {
     }
 }
 
-void ResourceUtils::scanDirectory(const std::string& directory, int group, std::vector<std::uint32_t>& replaced) {
+void ResourceUtils::scanDirectory(const std::string& directory, int group) {
     std::vector<Base::platform::DirectoryEntry> entries;
     int errorNumber = 0;
     if (!Base::platform::listDirectory(directory, entries, errorNumber)) {
@@ -68,18 +67,17 @@ void ResourceUtils::scanDirectory(const std::string& directory, int group, std::
         const std::string folder = joinPath(directory, entry.name);
         if (!readResource(folder, group, record)) continue;
         record.folder = folder;
-        addRecord(std::move(record), replaced);
+        addRecord(std::move(record));
     }
 }
 
-void ResourceUtils::addRecord(ResourceInfo record, std::vector<std::uint32_t>& replaced) {
+void ResourceUtils::addRecord(ResourceInfo record) {
     auto& records = records_[record.group];
     for (const auto& known : records) {
         if (known.identifier == record.identifier && known.version == record.version) return;
     }
     for (auto it = records.begin(); it != records.end();) {
         if (it->identifier == record.identifier) {
-            replaced.push_back(it->identifier);
             it = records.erase(it);
         } else {
             ++it;

@@ -1,7 +1,7 @@
 // Every process-wide object lives in this one file, so that they are built in
-// the order written here (log streams before the registry that logs) and torn
-// down in the reverse order.
-#include "engine/globals.h"
+// the order written here (log streams before the engine, whose registry logs
+// while it reads the default directory) and torn down in the reverse order.
+#include "engine/process_state.h"
 
 #include <iostream>
 
@@ -25,11 +25,11 @@ std::optional<std::string> defaultResourceDirectory() {
 }
 
 const std::string g_NubexEngineVersion = "Nubex 8.0.9.6 - SDK 64 bit for Windows";
-std::mutex g_EngineInitialisationMutex;
-std::mutex g_ResourceLoadingMutex;
-std::shared_mutex g_RegistryMutex;
-std::atomic<bool> g_bEngineInitialised{false};
-Resources::ResourceDetailsTable g_arrResourceDetails;
-Resources::ResourceUtils g_oResourceUtils(defaultResourceDirectory());
+
+namespace {
+Engine g_oEngine(defaultResourceDirectory());
+}  // namespace
+
+Engine& engine() { return g_oEngine; }
 
 }  // namespace Nubex
