@@ -9,7 +9,7 @@
 
 #include <openvino/runtime/infer_request.hpp>
 
-#include "detectors/model_access.h"
+#include "engine/process_state.h"
 
 namespace bench {
 
@@ -22,7 +22,7 @@ inline double secondsOf(const std::function<void()>& work) {
 // A request of the engine's compiled network for the resource, outside its
 // pool, with an input of the right shape.
 inline ov::InferRequest bareRequest(std::uint32_t resource) {
-    const auto model = Detectors::usableModel(resource);
+    const auto model = Nubex::engine().model(resource);
     ov::InferRequest request = model->compiled.create_infer_request();
     ov::Tensor input(model->inputType, model->inputShape);
     std::memset(input.data(), 100, input.get_byte_size());

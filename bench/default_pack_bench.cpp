@@ -15,7 +15,7 @@
 #include <rapidjson/document.h>
 
 #include "detectors/image_input.h"
-#include "detectors/model_access.h"
+#include "engine/process_state.h"
 #include "bench_support.h"
 #include "nubex_engine.h"
 

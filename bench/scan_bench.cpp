@@ -12,7 +12,7 @@
 #include <opencv2/core.hpp>
 
 #include "detectors/image_input.h"
-#include "detectors/model_access.h"
+#include "engine/process_state.h"
 #include "bench_support.h"
 #include "nubex_engine.h"
 #include "support/temp_tree.h"
@@ -39,7 +39,7 @@ struct Setup {
         cv::randu(image, 0, 255);
         pixels = Detectors::packPixelBuffer(image);
         scan();  // loads the network
-        model = Detectors::usableModel(kResource);
+        model = Nubex::engine().model(kResource);
         const cv::Mat prepared = Detectors::resizeForNetwork(image, 224, 224, false);
         preparedInput = ov::Tensor(model->inputType, model->inputShape);
         Detectors::fillPlanar(prepared, preparedInput);

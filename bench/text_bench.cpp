@@ -13,7 +13,7 @@
 #include <opencv2/core.hpp>
 
 #include "detectors/image_input.h"
-#include "detectors/model_access.h"
+#include "engine/process_state.h"
 #include "detectors/pixel_link_decoder.h"
 #include "bench_support.h"
 #include "nubex_engine.h"

@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "detectors/image_input.h"
-#include "engine/log_stream.h"
+#include "base/log_stream.h"
 #include "nubex_engine.h"
 #include "resources/resource_writer.h"
 #include "support/temp_tree.h"

@@ -10,12 +10,29 @@
 #include "detectors/text_detector.h"
 #include "detectors/text_lines.h"
 #include "detectors/text_recogniser.h"
+#include "resources/recogniser_alphabet.h"
 #include "support/test_networks.h"
 
 using namespace Detectors;
+using Resources::kAlphabet;
+
+namespace {
+
+// A finding as the document writes it: "x1,y1,...,x4,y4,reading".
+std::string lineText(const TextFinding& finding) {
+    std::string line;
+    for (const auto& corner : finding.corners) line += std::to_string(corner.x) + ',' + std::to_string(corner.y) + ',';
+    return line + finding.reading;
+}
+
+TextFinding box(int left, int top, int right, int bottom, const char* reading) {
+    return {{cv::Point(left, top), cv::Point(right, top), cv::Point(right, bottom), cv::Point(left, bottom)}, reading};
+}
+
+}  // namespace
 
 TEST(FaceDecoding, ThresholdStopRowAndSquaring) {
-    const Scan::FaceFinding square = squareFace(3, 60.0f, 100, 100, 10, 20);
+    const FaceFinding square = squareFace(3, 60.0f, 100, 100, 10, 20);
     EXPECT_EQ(square.left, 93);
     EXPECT_EQ(square.top, 98);
     EXPECT_EQ(square.right, 117);
@@ -28,7 +45,7 @@ TEST(FaceDecoding, ThresholdStopRowAndSquaring) {
         -1, 1, 0.99f,  0.1f,   0.1f,  0.2f,  0.2f,   // the list ends here
         0, 1, 0.99f,   0.1f,   0.1f,  0.2f,  0.2f,
     };
-    std::vector<Scan::FaceFinding> faces;
+    std::vector<FaceFinding> faces;
     float best = -1.0f;
     EXPECT_EQ(decodeDetectionOutput(rows, 5, 100, 80, faces, best), 2);
     ASSERT_EQ(faces.size(), 2u);
@@ -204,21 +221,21 @@ TEST(TextRecognition, GreedyDecodingAndConfidence) {
 
     const std::array<cv::Point2f, 4> corners = {cv::Point2f(10.7f, 5.2f), cv::Point2f(40.1f, 5.0f),
                                                 cv::Point2f(40.3f, 20.9f), cv::Point2f(10.2f, 21.4f)};
-    EXPECT_EQ(findingLine(corners, cv::Size(100, 100), "ab12"), "10,5,40,5,40,20,10,21,ab12");
-    EXPECT_EQ(findingLine(corners, cv::Size(20, 10), "x"), "10,5,19,5,19,9,10,9,x");
+    EXPECT_EQ(lineText(regionFinding(corners, cv::Size(100, 100), "ab12")), "10,5,40,5,40,20,10,21,ab12");
+    EXPECT_EQ(lineText(regionFinding(corners, cv::Size(20, 10), "x")), "10,5,19,5,19,9,10,9,x");
     EXPECT_EQ(startingCorner(corners), 0);  // x 10.2 and 10.7: the smaller y wins
     EXPECT_EQ(startingCorner({cv::Point2f(5, 9), cv::Point2f(9, 1), cv::Point2f(5, 1), cv::Point2f(1, 9)}), 3);
 }
 
 TEST(TextLines, WordsOfOneLineComeOutTogetherLeftToRight) {
-    const std::vector<std::string> findings = {
-        "190,10,260,10,260,30,190,30,world",  // gap 5 <= 0.75 * 9 in image pixels: joins "hello"
-        "120,12,180,12,180,31,120,31,hello",
-        "10,100,60,100,60,120,10,120,second",
-        "400,11,450,11,450,29,400,29,far",     // gap 140 > 15: a group of its own
-        "bad line",
+    const std::vector<TextFinding> findings = {
+        box(190, 10, 260, 30, "world"),  // gap 5 <= 0.75 * 9 in image pixels: joins "hello"
+        box(120, 12, 180, 31, "hello"),
+        box(10, 100, 60, 120, "second"),
+        box(400, 11, 450, 29, "far"),    // gap 140 > 15: a group of its own
     };
-    EXPECT_EQ(groupTextLines(findings, cv::Size(500, 200), cv::Size(250, 100)),
-              (std::vector<std::string>{"60,5,130,5,130,15,60,15,hello world", "200,5,225,5,225,14,200,14,far",
+    std::vector<std::string> lines;
+    for (const auto& line : groupTextLines(findings, cv::Size(500, 200), cv::Size(250, 100))) lines.push_back(lineText(line));
+    EXPECT_EQ(lines, (std::vector<std::string>{"60,5,130,5,130,15,60,15,hello world", "200,5,225,5,225,14,200,14,far",
                                         "5,50,30,50,30,60,5,60,second"}));
 }

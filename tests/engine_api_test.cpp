@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -5,9 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "engine/globals.h"
-#include "engine/lifecycle.h"
-#include "inference/device_config.h"
+#include "engine/process_state.h"
 #include "nubex_engine.h"
 #include "support/temp_tree.h"
 
@@ -47,7 +46,8 @@ TEST(EngineApi, VersionAndMemory) {
 }
 
 TEST(EngineApi, InitialisesOnceAndAgainAfterRelease) {
-    const uint32_t streams = Inference::streamCountFor(std::thread::hardware_concurrency());
+    // One throughput stream per four logical processors, at least one.
+    const uint32_t streams = std::max(std::thread::hardware_concurrency() / 4u, 1u);
     std::vector<uint32_t> results(4);
     std::vector<std::thread> threads;
     for (auto& result : results) threads.emplace_back([&result] { result = InitializeNubexEngine(); });
@@ -58,7 +58,7 @@ TEST(EngineApi, InitialisesOnceAndAgainAfterRelease) {
 
     DeInitializeNubexEngine(-1);
     DeInitializeNubexEngine(-1);  // the core is released once
-    EXPECT_FALSE(Nubex::g_bEngineInitialised.load());
+    EXPECT_FALSE(Nubex::engine().initialised());
     EXPECT_EQ(InitializeNubexEngine(), streams);
     DeInitializeNubexEngine(-1);
 }
@@ -86,19 +86,19 @@ TEST(EngineApi, RegistryThroughTheInterface) {
     EXPECT_EQ(takeCategories(), (std::vector<std::string>{"8337\tFace", "14\tDrinks", "21\tSmoke"}));
     EXPECT_EQ(takeText(GetNubexResourcesDetails()),
               "Faces,\t2.1,\tFace,\t\r\nVision Pro,\t3.0.1.5,\tDrinks,\tSmoke,\t\r\n");
-    ASSERT_EQ(Nubex::g_arrResourceDetails.size(), 3u);
+    ASSERT_EQ(Nubex::engine().details().size(), 3u);
 
     // Releasing a category's group releases every member of its set, and only those.
-    EXPECT_EQ(Nubex::identifiersToRelease(21), (std::vector<uint32_t>{10, 11}));
-    EXPECT_EQ(Nubex::identifiersToRelease(8337), (std::vector<uint32_t>{8337}));
-    EXPECT_EQ(Nubex::identifiersToRelease(-1), (std::vector<uint32_t>{8337, 10, 11}));
-    EXPECT_TRUE(Nubex::identifiersToRelease(99).empty());
-    for (const auto& entry : Nubex::g_arrResourceDetails) entry->loadState = Resources::kLoaded;
+    EXPECT_EQ(Nubex::engine().identifiersToRelease(21), (std::vector<uint32_t>{10, 11}));
+    EXPECT_EQ(Nubex::engine().identifiersToRelease(8337), (std::vector<uint32_t>{8337}));
+    EXPECT_EQ(Nubex::engine().identifiersToRelease(-1), (std::vector<uint32_t>{8337, 10, 11}));
+    EXPECT_TRUE(Nubex::engine().identifiersToRelease(99).empty());
+    for (const auto& entry : Nubex::engine().details()) entry->loadState = Nubex::kLoaded;
     DeInitializeNubexEngine(14);
-    for (const auto& entry : Nubex::g_arrResourceDetails) {
-        EXPECT_EQ(entry->loadState.load(), entry->identifier == 8337 ? Resources::kLoaded : Resources::kNotLoaded)
+    for (const auto& entry : Nubex::engine().details()) {
+        EXPECT_EQ(entry->loadState.load(), entry->identifier == 8337 ? Nubex::kLoaded : Nubex::kNotLoaded)
             << entry->identifier;
     }
     DeInitializeNubexEngine(-1);
-    for (const auto& entry : Nubex::g_arrResourceDetails) EXPECT_FALSE(entry->initialised());
+    for (const auto& entry : Nubex::engine().details()) EXPECT_FALSE(entry->initialised());
 }

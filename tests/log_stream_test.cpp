@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "engine/log_stream.h"
+#include "base/log_stream.h"
 
 TEST(LogStream, PrefixOpensEveryLineOnly) {
     std::ostringstream out;

@@ -7,8 +7,9 @@
 #include "resources/class_table.h"
 #include "resources/decipher.h"
 #include "resources/details_line.h"
-#include "resources/text_fields.h"
+#include "base/text_fields.h"
 
+using namespace Base;
 using namespace Resources;
 
 TEST(TextFields, LeadingNumbersReadLikeAtoiAndStrtod) {

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "resources/categories.h"
-#include "resources/resource_details.h"
+#include "engine/resource_details.h"
 #include "resources/resource_file.h"
 #include "resources/resource_listing.h"
 #include "resources/resource_utils.h"
@@ -72,9 +72,7 @@ TEST(Registry, DirectoriesDuplicatesAndReplacedVersions) {
 
     // Another version found later replaces the earlier one.
     writeResource(second / "same", 0, "100, Alpha, 2", "14,Drinks v2");
-    std::vector<uint32_t> replaced;
-    registry.scanGroup(0, replaced);
-    EXPECT_EQ(replaced, std::vector<uint32_t>{100});
+    registry.scanGroup(0);
     ASSERT_EQ(registry.groupRecords(0).size(), 1u);
     EXPECT_EQ(registry.groupRecords(0)[0].version, "2");
     EXPECT_EQ(registry.groupRecords(0)[0].folder, second.str() + "/same");
@@ -153,6 +151,8 @@ TEST(Registry, HostileFilesAreSkippedQuietly) {
 }
 
 TEST(ResourceDetailsTable, RefreshKeepsLoadedEntries) {
+    using Nubex::findResourceDetails;
+    using Nubex::refreshResourceDetails;
     ResourceInfo alpha;
     alpha.identifier = 1;
     alpha.version = "1";
@@ -160,11 +160,11 @@ TEST(ResourceDetailsTable, RefreshKeepsLoadedEntries) {
     ResourceInfo beta = alpha;
     beta.identifier = 2;
 
-    ResourceDetailsTable table;
+    Nubex::ResourceDetailsTable table;
     refreshResourceDetails(table, {alpha, beta});
     ASSERT_EQ(table.size(), 2u);
     EXPECT_EQ(table[0]->categoryNames, std::vector<std::string>{"Drinks"});
-    table[0]->loadState = kLoaded;
+    table[0]->loadState = Nubex::kLoaded;
 
     // A new version of a loaded resource is added beside it; unloaded entries
     // are rebuilt; a vanished unloaded resource goes.

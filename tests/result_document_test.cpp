@@ -14,7 +14,8 @@ TEST(ResultDocument, SectionsScoresAndEscaping) {
     EXPECT_TRUE(scores.empty());  // consumed
     std::vector<CategoryScore> again{{"ignored", 1.0f}};
     document.writeScanResults(again);  // each section once
-    std::vector<std::string> texts{"10,5,40,5,40,20,10,21,ab12"};
+    std::vector<TextFinding> texts{
+        {{cv::Point(10, 5), cv::Point(40, 5), cv::Point(40, 20), cv::Point(10, 21)}, "ab12"}};
     document.writeTextDetails(texts);
     std::vector<FaceFinding> faces{{1, 87.5f, -3, 98, 117, 122}};
     document.writeFaceDetails(faces);

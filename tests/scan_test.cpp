@@ -7,10 +7,8 @@
 #include <opencv2/core.hpp>
 
 #include "detectors/image_input.h"
-#include "engine/globals.h"
-#include "inference/model_loader.h"
+#include "engine/process_state.h"
 #include "nubex_engine.h"
-#include "resources/resource_initialisation.h"
 #include "support/temp_tree.h"
 #include "support/test_networks.h"
 
@@ -116,19 +114,19 @@ TEST(ScanImage, NetworksOfTheWrongShapeStillAnswer) {
               "{\"scan_result\":[{\"Two \\\"outputs\\\"\":0.0},{\"TwoInputs\":0.0}],\"img_width\":6,"
               "\"img_height\":6,\"error_code\":\"\",\"result\":\"True\"}");
     // A failed load is done: the next scan neither waits for it nor retries it.
-    const auto loads = Inference::modelsLoaded();
-    EXPECT_EQ(Resources::resourceState(300), Resources::kLoaded);
+    const auto loads = Nubex::engine().modelsLoaded();
+    EXPECT_EQ(Nubex::engine().resourceState(300), Nubex::kLoaded);
     EXPECT_EQ(scan(image, "41"), "{\"scan_result\":[{\"TwoInputs\":0.0}],\"img_width\":6,\"img_height\":6,"
                                  "\"error_code\":\"\",\"result\":\"True\"}");
-    EXPECT_EQ(Inference::modelsLoaded(), loads);
+    EXPECT_EQ(Nubex::engine().modelsLoaded(), loads);
 }
 
 TEST(ScanImage, ConcurrentScansLoadOnceAndAgreeAfterRelease) {
     scan(uniform(2, 2, 0, 0, 0), "31");  // another set, loaded
     DeInitializeNubexEngine(14);
-    EXPECT_EQ(Resources::resourceState(100), Resources::kNotLoaded);
-    EXPECT_EQ(Resources::resourceState(101), Resources::kNotLoaded);
-    const auto loadsBefore = Inference::modelsLoaded();
+    EXPECT_EQ(Nubex::engine().resourceState(100), Nubex::kNotLoaded);
+    EXPECT_EQ(Nubex::engine().resourceState(101), Nubex::kNotLoaded);
+    const auto loadsBefore = Nubex::engine().modelsLoaded();
 
     // More scans at once than the pool holds requests.
     const cv::Mat image = uniform(7, 5, 0, 153, 255);
@@ -142,12 +140,12 @@ TEST(ScanImage, ConcurrentScansLoadOnceAndAgreeAfterRelease) {
     }
     for (auto& scanner : scanners) scanner.join();
     EXPECT_EQ(mismatches.load(), 0);
-    EXPECT_EQ(Inference::modelsLoaded(), loadsBefore + 2);  // the set's two networks, once each
+    EXPECT_EQ(Nubex::engine().modelsLoaded(), loadsBefore + 2);  // the set's two networks, once each
 
     // Releasing the group does not disturb other sets; the next scan reloads it.
-    EXPECT_EQ(Resources::resourceState(200), Resources::kLoaded);
+    EXPECT_EQ(Nubex::engine().resourceState(200), Nubex::kLoaded);
     DeInitializeNubexEngine(21);
-    EXPECT_EQ(Resources::resourceState(200), Resources::kLoaded);
+    EXPECT_EQ(Nubex::engine().resourceState(200), Nubex::kLoaded);
     EXPECT_EQ(scan(image, "14,21"), kGreen153);
-    EXPECT_EQ(Inference::modelsLoaded(), loadsBefore + 4);
+    EXPECT_EQ(Nubex::engine().modelsLoaded(), loadsBefore + 4);
 }

@@ -12,13 +12,14 @@
 
 #include <openvino/runtime/core.hpp>
 
+#include "engine/network_contract.h"
 #include "inference/model_loader.h"
 #include "resources/class_table.h"
 #include "resources/details_line.h"
 #include "resources/resource_file.h"
 #include "resources/resource_folder.h"
 #include "resources/resource_writer.h"
-#include "tools/network_contract.h"
+#include "engine/network_contract.h"
 
 namespace {
 
@@ -29,7 +30,7 @@ void usage() {
                  "  nubex-pack build --xml MODEL.xml --bin MODEL.bin --details \"ID, NAME, VERSION\" --classes FILE\n"
                  "                   [--group 0|1|2] FOLDER\n"
                  "  nubex-pack inspect [--group 0|1|2] FOLDER\n"
-                 "  nubex-pack verify [--group 0|1|2] [--kind classifier|face|text-detection|text-recognition] FOLDER\n";
+                 "  nubex-pack verify [--group 0|1|2] [--kind classifier|face|text-detection|text-presence|text-recognition] FOLDER\n";
 }
 
 std::string readFile(const std::string& path) {
@@ -120,18 +121,25 @@ int verify(const Arguments& arguments) {
     const int group = groupOf(arguments);
     const auto details = Resources::readFolderDetails(folder, group);
     if (!details) throw std::runtime_error("not a group " + std::to_string(group) + " resource folder: " + folder);
-    const auto kind = arguments.count("kind") ? Tools::parseNetworkKind(arguments.at("kind"))
-                                              : Tools::networkKindFor(details->identifier);
+    const auto kind = arguments.count("kind") ? Nubex::kindNamed(arguments.at("kind"))
+                                              : Resources::kindOf(details->identifier);
+    using Resources::FileRole;
+    Inference::NetworkData network;
+    network.description =
+        Resources::readDecipheredText(Resources::joinPath(folder, Resources::resourceFileName(group, FileRole::Network)));
+    auto weights = Resources::readDecipheredFile(
+        Resources::joinPath(folder, Resources::resourceFileName(group, FileRole::Weights)), 0x7FFFFFFFu);
+    if (!weights) throw std::runtime_error("cannot read the weights");
+    weights->pop_back();  // the terminating zero the deciphering adds
+    network.weights = std::move(*weights);
     ov::Core core;
-    const Inference::ModelFiles files{folder, Resources::resourceFileName(group, Resources::FileRole::Network),
-                                      Resources::resourceFileName(group, Resources::FileRole::Weights)};
-    const auto loaded = Inference::loadModel(core, details->identifier, files, Inference::precisionsFor(details->identifier));
+    const auto loaded = Inference::loadModel(core, std::move(network), Nubex::loadOptionsFor(kind));
     if (!loaded) throw std::runtime_error("the network does not load (see the messages above)");
     const auto table = Resources::readFolderClassTable(folder, group);
-    const std::string problem = Tools::checkNetworkContract(*loaded, kind, table);
+    const std::string problem = Nubex::checkNetworkContract(*loaded, kind, table);
     if (!problem.empty()) throw std::runtime_error(problem);
     std::cout << "ok: " << details->identifier << " (" << details->name << ", " << details->version << ") is a "
-              << Tools::networkKindName(kind) << " network with input " << loaded->inputShape << "\n";
+              << Nubex::kindName(kind) << " network with input " << loaded->inputShape << "\n";
     return 0;
 }
 

@@ -6,11 +6,14 @@
 #include <string>
 
 #include "detectors/image_input.h"
-#include "detectors/model_access.h"
-#include "detectors/numeric.h"
-#include "engine/log_stream.h"
+#include "inference/inference_step.h"
+#include "base/numeric.h"
+#include "base/exception_text.h"
+#include "base/log_stream.h"
 
 namespace Detectors {
+
+using Base::truncateToInt;
 
 namespace {
 
@@ -20,23 +23,13 @@ constexpr float kScoreThreshold = 50.0f;
 // Integer additions of a face box saturate rather than overflow.
 std::int32_t add(std::int64_t a, std::int64_t b) { return truncateToInt(static_cast<double>(a + b)); }
 
-void checkOutputShape(const ov::Shape& shape) {
-    if (shape.empty() || shape.back() != kRowLength) {
-        throw std::logic_error("Face Detection network output layer should have 7 as a last dimension");
-    }
-    if (shape.size() != 4) {
-        throw std::logic_error("Face Detection network output dimensions not compatible should be 4, but was " +
-                               std::to_string(shape.size()));
-    }
-}
-
 }  // namespace
 
-Scan::FaceFinding squareFace(std::int32_t label, float score, std::int32_t x, std::int32_t y, std::int32_t width,
+FaceFinding squareFace(std::int32_t label, float score, std::int32_t x, std::int32_t y, std::int32_t width,
                              std::int32_t height) {
     const std::int32_t side = truncateToInt(static_cast<float>(std::max(width, height)) * 1.2f);
     const std::int32_t half = truncateToInt(std::floor(static_cast<float>(side) * 0.5f));
-    Scan::FaceFinding face;
+    FaceFinding face;
     face.label = label;
     face.score = score;
     face.left = add(add(x, width / 2), -static_cast<std::int64_t>(half));
@@ -47,7 +40,7 @@ Scan::FaceFinding squareFace(std::int32_t label, float score, std::int32_t x, st
 }
 
 std::int32_t decodeDetectionOutput(const float* rows, std::size_t rowCount, int imageWidth, int imageHeight,
-                                   std::vector<Scan::FaceFinding>& faces, float& best) {
+                                   std::vector<FaceFinding>& faces, float& best) {
     const auto width = static_cast<float>(imageWidth);
     const auto height = static_cast<float>(imageHeight);
     std::int32_t count = 0;
@@ -69,40 +62,39 @@ std::int32_t decodeDetectionOutput(const float* rows, std::size_t rowCount, int 
     return count;
 }
 
-std::int32_t detectFaces(const cv::Mat& image, float& best, std::vector<Scan::FaceFinding>& faces,
-                         const Scan::ScanJob& job) {
-    const auto model = usableModel(job.group);
-    if (!model) return 0;
+std::int32_t detectFaces(const cv::Mat& image, float& best, std::vector<FaceFinding>& faces,
+                         const Inference::LoadedModel* model) {
+    if (model == nullptr) return 0;
     cv::Mat input = image;
     const auto height = static_cast<int>(model->inputDimension(2));
     const auto width = static_cast<int>(model->inputDimension(3));
     if (height != 0 && width != 0) input = resizeForNetwork(image, width, height, false);
-
-    const auto lease = model->pool->borrow();
-    Inference::InferReqWrap& request = **lease;
-    ov::Tensor tensor = request.getTensor(model->inputName);
-    fillPlanar(input, tensor);
-    lease->run();
-    if (model->outputCount() != 1) {
-        throw std::logic_error("Nubex OpenVino Engine Face detection supports topologies with 1 output only");
-    }
-    if (model->model->inputs().size() != 1) throw std::logic_error("Face Detection network should have only one input");
-    const ov::Tensor& output = request.outputTensors().at(request.outputNames().at(0));
-    const ov::Shape shape = output.get_shape();
-    checkOutputShape(shape);
-    const std::size_t rows = std::min<std::size_t>(shape[2], output.get_size() / kRowLength);
-    return decodeDetectionOutput(output.data<const float>(), rows, image.cols, image.rows, faces, best);
+    return Inference::infer(
+        *model, [&](ov::Tensor& tensor) { fillPlanar(input, tensor); },
+        [&](Inference::InferReqWrap& request) {
+            if (model->outputCount() != 1) {
+                throw std::logic_error("Nubex OpenVino Engine Face detection supports topologies with 1 output only");
+            }
+            if (model->model->inputs().size() != 1) {
+                throw std::logic_error("Face Detection network should have only one input");
+            }
+            // The output's shape, [1, 1, N, 7], was checked when the network loaded.
+            const ov::Tensor& output = request.outputTensors().at(request.outputNames().at(0));
+            const ov::Shape shape = output.get_shape();
+            const std::size_t rows = std::min<std::size_t>(shape.at(2), output.get_size() / kRowLength);
+            return decodeDetectionOutput(output.data<const float>(), rows, image.cols, image.rows, faces, best);
+        });
 }
 
-void faceDetectionWorker(const cv::Mat& image, float* scores, std::vector<Scan::FaceFinding>& faces,
-                         const Scan::ScanJob& job) {
-    try {
-        float best = 0.0f;
-        detectFaces(image, best, faces, job);
-        if (!job.categories.empty()) scores[0] = best;
-    } catch (const std::exception& error) {
-        slog::consoleLine(std::string("Exception: ") + error.what());
-    }
+void faceDetectionWorker(const cv::Mat& image, float* scores, std::vector<FaceFinding>& faces, const ScanJob& job,
+                         const Inference::LoadedModel* model) {
+    Base::runReporting(
+        [&] {
+            float best = 0.0f;
+            detectFaces(image, best, faces, model);
+            if (!job.categories.empty()) scores[0] = best;
+        },
+        [](const std::string& text) { slog::consoleLine("Exception: " + text); });
 }
 
 }  // namespace Detectors

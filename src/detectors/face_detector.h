@@ -5,14 +5,15 @@
 
 #include <opencv2/core.hpp>
 
-#include "scan/result_document.h"
-#include "scan/scan_job.h"
+#include "detectors/findings.h"
+#include "detectors/scan_job.h"
+#include "inference/loaded_model.h"
 
 namespace Detectors {
 
 // A detected box made square: centred on the box (rounded down to whole
 // pixels) with an edge 1.2 times the longer side of the box.
-Scan::FaceFinding squareFace(std::int32_t label, float score, std::int32_t x, std::int32_t y, std::int32_t width,
+FaceFinding squareFace(std::int32_t label, float score, std::int32_t x, std::int32_t y, std::int32_t width,
                              std::int32_t height);
 
 // Decodes SSD DetectionOutput rows [image_id, label, confidence, x_min, y_min,
@@ -21,17 +22,16 @@ Scan::FaceFinding squareFace(std::int32_t label, float score, std::int32_t x, st
 // image pixels (not clamped) and returns how many; best receives the highest
 // kept score, or 0.
 std::int32_t decodeDetectionOutput(const float* rows, std::size_t rowCount, int imageWidth, int imageHeight,
-                                   std::vector<Scan::FaceFinding>& faces, float& best);
+                                   std::vector<FaceFinding>& faces, float& best);
 
-// Finds the faces in the image with the network of the job's group (8337).
-// Returns the number of faces appended; nothing when the network is not
-// registered or not usable. Errors are thrown.
-std::int32_t detectFaces(const cv::Mat& image, float& best, std::vector<Scan::FaceFinding>& faces,
-                         const Scan::ScanJob& job);
+// Finds the faces in the image with the face network. Returns the number of
+// faces appended; nothing without a network (null). Errors are thrown.
+std::int32_t detectFaces(const cv::Mat& image, float& best, std::vector<FaceFinding>& faces,
+                         const Inference::LoadedModel* model);
 
 // The worker started by a scan: detectFaces with its best score written to
 // scores[0] and its exceptions reported on the console ("Exception: ...").
-void faceDetectionWorker(const cv::Mat& image, float* scores, std::vector<Scan::FaceFinding>& faces,
-                         const Scan::ScanJob& job);
+void faceDetectionWorker(const cv::Mat& image, float* scores, std::vector<FaceFinding>& faces, const ScanJob& job,
+                         const Inference::LoadedModel* model);
 
 }  // namespace Detectors

@@ -8,6 +8,7 @@
 
 #include "detectors/image_input.h"
 #include "detectors/pixel_link_decoder.h"
+#include "inference/inference_step.h"
 
 namespace Detectors {
 
@@ -100,12 +101,11 @@ std::vector<cv::RotatedRect> detectTextRegions(const cv::Mat& workingImage, cons
         input = resizeForNetwork(samples, width, height, false);
     }
 
-    const auto lease = detector.pool->borrow();
-    Inference::InferReqWrap& request = **lease;
-    ov::Tensor tensor = request.getTensor(detector.inputName);
-    fillPlanar(input, tensor);
-    lease->run();
-    return decodeOutputs(chooseOutputs(request.outputTensors()), detector, workingImage.size());
+    return Inference::infer(
+        detector, [&](ov::Tensor& tensor) { fillPlanar(input, tensor); },
+        [&](Inference::InferReqWrap& request) {
+            return decodeOutputs(chooseOutputs(request.outputTensors()), detector, workingImage.size());
+        });
 }
 
 }  // namespace Detectors

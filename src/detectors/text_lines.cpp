@@ -1,11 +1,12 @@
 #include "detectors/text_lines.h"
 
 #include <algorithm>
-#include <charconv>
 
-#include "detectors/numeric.h"
+#include "base/numeric.h"
 
 namespace Detectors {
+
+using Base::truncateToInt;
 
 namespace {
 
@@ -40,7 +41,7 @@ struct Word {
     std::string reading;
 };
 
-std::string lineOfGroup(const std::vector<Word>& group) {
+TextFinding lineOfGroup(const std::vector<Word>& group) {
     Box box = group.front().box;
     std::string reading;
     for (const auto& word : group) {
@@ -55,10 +56,10 @@ std::string lineOfGroup(const std::vector<Word>& group) {
     finding.corners = {cv::Point(box.left, box.top), cv::Point(box.right, box.top), cv::Point(box.right, box.bottom),
                        cv::Point(box.left, box.bottom)};
     finding.reading = reading;
-    return formatFinding(finding);
+    return finding;
 }
 
-void cutRow(std::vector<Word>& row, std::vector<std::string>& lines) {
+void cutRow(std::vector<Word>& row, std::vector<TextFinding>& lines) {
     std::stable_sort(row.begin(), row.end(), [](const Word& a, const Word& b) { return a.box.left < b.box.left; });
     std::vector<Word> group;
     for (const auto& word : row) {
@@ -76,54 +77,30 @@ void cutRow(std::vector<Word>& row, std::vector<std::string>& lines) {
 
 }  // namespace
 
-std::string findingLine(const std::array<cv::Point2f, 4>& corners, cv::Size imageSize, const std::string& reading) {
-    std::string line;
-    for (const auto& corner : corners) {
-        const int x = std::clamp(truncateToInt(corner.x), 0, std::max(0, imageSize.width - 1));
-        const int y = std::clamp(truncateToInt(corner.y), 0, std::max(0, imageSize.height - 1));
-        line += std::to_string(x) + ',' + std::to_string(y) + ',';
-    }
-    return line + reading;
-}
-
-std::optional<TextFinding> parseFindingLine(const std::string& line) {
+TextFinding regionFinding(const std::array<cv::Point2f, 4>& corners, cv::Size imageSize, std::string reading) {
     TextFinding finding;
-    std::size_t position = 0;
-    for (int i = 0; i < 8; ++i) {
-        const auto comma = line.find(',', position);
-        if (comma == std::string::npos) return std::nullopt;
-        int value = 0;
-        const auto result = std::from_chars(line.data() + position, line.data() + comma, value);
-        if (result.ec != std::errc() || result.ptr != line.data() + comma) return std::nullopt;
-        (i % 2 == 0 ? finding.corners[i / 2].x : finding.corners[i / 2].y) = value;
-        position = comma + 1;
+    for (std::size_t i = 0; i < corners.size(); ++i) {
+        finding.corners[i].x = std::clamp(truncateToInt(corners[i].x), 0, std::max(0, imageSize.width - 1));
+        finding.corners[i].y = std::clamp(truncateToInt(corners[i].y), 0, std::max(0, imageSize.height - 1));
     }
-    finding.reading = line.substr(position);
+    finding.reading = std::move(reading);
     return finding;
 }
 
-std::string formatFinding(const TextFinding& finding) {
-    std::string line;
-    for (const auto& corner : finding.corners) line += std::to_string(corner.x) + ',' + std::to_string(corner.y) + ',';
-    return line + finding.reading;
-}
-
-std::vector<std::string> groupTextLines(const std::vector<std::string>& findings, cv::Size workingSize,
+std::vector<TextFinding> groupTextLines(const std::vector<TextFinding>& findings, cv::Size workingSize,
                                         cv::Size imageSize) {
     std::vector<Word> words;
-    for (const auto& line : findings) {
-        auto finding = parseFindingLine(line);
-        if (!finding) continue;
-        for (auto& corner : finding->corners) {
+    for (TextFinding finding : findings) {
+        for (auto& corner : finding.corners) {
             corner.x = scaled(corner.x, workingSize.width, imageSize.width);
             corner.y = scaled(corner.y, workingSize.height, imageSize.height);
         }
-        words.push_back({boxOf(*finding), finding->reading});
+        words.push_back({boxOf(finding), std::move(finding.reading)});
     }
     std::stable_sort(words.begin(), words.end(), [](const Word& a, const Word& b) {
         return a.box.top != b.box.top ? a.box.top < b.box.top : a.box.left < b.box.left;
     });
-    std::vector<std::string> lines;
+    std::vector<TextFinding> lines;
     std::vector<Word> row;
     for (const auto& word : words) {
         if (!row.empty()) {

@@ -1,25 +1,18 @@
 #pragma once
 
 #include <array>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include <opencv2/core.hpp>
 
+#include "detectors/findings.h"
+
 namespace Detectors {
 
-// One reading with its four corners, as "x1,y1,x2,y2,x3,y3,x4,y4,reading".
-struct TextFinding {
-    std::array<cv::Point, 4> corners;
-    std::string reading;
-};
-
-// The finding line of a region: corners truncated and clamped to the image.
-std::string findingLine(const std::array<cv::Point2f, 4>& corners, cv::Size imageSize, const std::string& reading);
-
-std::optional<TextFinding> parseFindingLine(const std::string& line);
-std::string formatFinding(const TextFinding& finding);
+// The finding of one region read in the working image: its corners
+// truncated and clamped to the image, and its reading.
+TextFinding regionFinding(const std::array<cv::Point2f, 4>& corners, cv::Size imageSize, std::string reading);
 
 // Turns the word findings of the working image into lines of text of the
 // scanned image: corners are scaled from the working size to the image size;
@@ -29,7 +22,7 @@ std::string formatFinding(const TextFinding& finding);
 // exceeds 0.75 of its height. Each group becomes one line: its words joined
 // by single spaces, with the corners of the group's bounding box (top-left,
 // top-right, bottom-right, bottom-left).
-std::vector<std::string> groupTextLines(const std::vector<std::string>& findings, cv::Size workingSize,
+std::vector<TextFinding> groupTextLines(const std::vector<TextFinding>& findings, cv::Size workingSize,
                                         cv::Size imageSize);
 
 }  // namespace Detectors

@@ -11,6 +11,8 @@
 
 #include "detectors/image_input.h"
 #include "detectors/output_values.h"
+#include "inference/inference_step.h"
+#include "resources/recogniser_alphabet.h"
 
 namespace Detectors {
 
@@ -27,8 +29,8 @@ Reading greedyDecode(const float* scores, std::size_t rows, std::size_t rowLengt
         for (std::size_t i = 0; i < rowLength; ++i) sum += std::exp(static_cast<double>(row[i]) - row[best]);
         if (std::fabs(sum) < DBL_EPSILON) throw std::logic_error("sum can't be equal to zero");
         reading.confidence *= 1.0 / sum;
-        const char symbol = best < kAlphabet.size() ? kAlphabet[best] : kBlankSymbol;
-        if (symbol == kBlankSymbol) {
+        const char symbol = best < Resources::kAlphabet.size() ? Resources::kAlphabet[best] : Resources::kBlankSymbol;
+        if (symbol == Resources::kBlankSymbol) {
             afterBlank = true;
         } else if (reading.text.empty() || afterBlank || reading.text.back() != symbol) {
             reading.text.push_back(symbol);
@@ -82,22 +84,22 @@ namespace {
 // How many regions are read at once by one text worker.
 constexpr std::size_t kRegionsInFlight = 3;
 
-void fillRegion(const cv::Mat& image, const std::array<cv::Point2f, 4>& corners,
-                const Inference::LoadedModel& recogniser, Inference::InferReqWrap& request) {
+// The region cut out at the network's input size, ready to fill its input.
+cv::Mat regionInput(const cv::Mat& image, const std::array<cv::Point2f, 4>& corners,
+                    const Inference::LoadedModel& recogniser) {
     const cv::Size size(static_cast<int>(recogniser.inputDimension(3)), static_cast<int>(recogniser.inputDimension(2)));
     if (size.width == 0 || size.height == 0) {
         throw std::logic_error("The recognition network input has no height or width.");
     }
     cv::Mat crop = cropRegion(image, corners, size);
     if (recogniser.inputDimension(1) == 1) cv::cvtColor(crop, crop, cv::COLOR_BGR2GRAY);
-    ov::Tensor tensor = request.getTensor(recogniser.inputName);
-    fillPlanar(crop, tensor);
+    return crop;
 }
 
 Reading decodeOutput(Inference::InferReqWrap& request) {
     const ov::Tensor& output = request.outputTensors().at(request.outputNames().at(0));
     const ov::Shape shape = output.get_shape();
-    if (shape.size() < 3 || shape[2] != kAlphabet.size()) {
+    if (shape.size() < 3 || shape[2] != Resources::kAlphabet.size()) {
         throw std::logic_error("The text recognition model does not correspond to alphabet.");
     }
     if (shape[1] == 0) throw std::logic_error("The text recognition network gives no sequence: its output is " + shape.to_string());
@@ -125,17 +127,18 @@ void readRegions(const cv::Mat& image, const std::vector<std::array<cv::Point2f,
         done.push_back(decodeOutput(**lease));
     };
     for (const auto& corners : regions) {
+        const cv::Mat input = regionInput(image, corners, recogniser);
+        const auto fill = [&input](ov::Tensor& tensor) { fillPlanar(input, tensor); };
         // Wait for a request only while holding none: two workers each
         // holding some requests must never wait for the other's.
         std::unique_ptr<Inference::RequestLease> lease;
-        while (!(lease = inFlight.size() < kRegionsInFlight ? recogniser.pool->tryBorrow() : nullptr)) {
+        while (!(lease = inFlight.size() < kRegionsInFlight ? Inference::tryBorrowFilled(recogniser, fill) : nullptr)) {
             if (inFlight.empty()) {
-                lease = recogniser.pool->borrow();
+                lease = Inference::borrowFilled(recogniser, fill);
                 break;
             }
             finishOldest();
         }
-        fillRegion(image, corners, recogniser, **lease);
         lease->start();
         inFlight.push_back(std::move(lease));
     }

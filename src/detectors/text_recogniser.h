@@ -11,9 +11,6 @@
 
 namespace Detectors {
 
-// The recogniser's symbols: digits, lower-case letters and the blank "#" last.
-inline constexpr std::string_view kAlphabet = "0123456789abcdefghijklmnopqrstuvwxyz#";
-inline constexpr char kBlankSymbol = '#';
 // Readings less certain than this are dropped.
 inline constexpr double kMinimumConfidence = 0.2;
 

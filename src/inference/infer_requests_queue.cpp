@@ -30,8 +30,6 @@ void InferReqWrap::wait() { request_.wait(); }
 
 ov::Tensor InferReqWrap::getTensor(const std::string& name) { return request_.get_tensor(name); }
 
-ov::Tensor InferReqWrap::inputTensor() { return request_.get_input_tensor(); }
-
 RequestLease::RequestLease(InferRequestsQueue& pool, InferReqWrap::Ptr request)
     : pool_(pool), request_(std::move(request)) {}
 

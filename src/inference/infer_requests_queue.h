@@ -26,10 +26,8 @@ public:
     void startAsync();
     void wait();
     ov::Tensor getTensor(const std::string& name);
-    ov::Tensor inputTensor();
     const std::vector<std::string>& outputNames() const { return outputNames_; }
     const std::map<std::string, ov::Tensor>& outputTensors() const { return outputTensors_; }
-    bool hasRequest() const { return static_cast<bool>(request_); }
     std::size_t id() const { return id_; }
 
 private:

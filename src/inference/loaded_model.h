@@ -12,22 +12,17 @@
 
 namespace Inference {
 
-// A resource's network once loaded: the model, its one input, the network
-// compiled for the CPU and its pool of requests. The deciphered weights stay
-// alive with the model, whose constants may point into them.
+// A network once loaded: the model, its one input, the network compiled for
+// the CPU and its pool of requests. The deciphered weights stay alive with
+// the model, whose constants may point into them.
 class LoadedModel {
 public:
-    std::uint32_t identifier = 0;
     std::vector<std::uint8_t> weights;
     std::shared_ptr<ov::Model> model;
     std::string inputName;
     ov::Shape inputShape;  // [N, C, H, W]
     ov::element::Type inputType;
     ov::CompiledModel compiled;
-    // Face networks: the single DetectionOutput, or the boxes and labels outputs.
-    std::string faceOutputName;
-    std::string boxesOutputName;
-    std::string labelsOutputName;
     // Declared last: destroyed first, after waiting for requests in flight.
     std::unique_ptr<InferRequestsQueue> pool;
 

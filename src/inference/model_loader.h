@@ -1,9 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include <openvino/core/model.hpp>
 #include <openvino/core/type/element_type.hpp>
 
 #include "inference/loaded_model.h"
@@ -20,33 +23,30 @@ namespace Inference {
 // networks are refused at load time.
 inline constexpr std::uint64_t kMaxTensorElements = std::uint64_t{1} << 24;
 
-struct ModelFiles {
-    std::string folder;
-    std::string networkFile;
-    std::string weightsFile;
+// A network as its resource holds it, deciphered: the description (IR text)
+// and the weights it refers to.
+struct NetworkData {
+    std::string description;
+    std::vector<std::uint8_t> weights;
 };
 
-// The input and output element types a resource is loaded with, chosen by its
-// identifier: FP32 input for the text networks (9112, 19112), U8 input and
-// FP32 output for faces (8337), U8 input for every other network.
-struct ModelPrecisions {
-    ov::element::Type input = ov::element::u8;
-    ov::element::Type output = ov::element::u8;
+// How a network is prepared: the element type its input is fed with, and a
+// check of its outputs that throws what does not fit and returns the outputs
+// to read as f32 (none: the outputs keep the types the network declares).
+struct LoadOptions {
+    ov::element::Type inputType = ov::element::u8;
+    std::function<std::vector<std::string>(const ov::Model&)> checkOutputs;
 };
-ModelPrecisions precisionsFor(std::uint32_t identifier);
 
-// Deciphers the network and its weights from the folder, checks the network
-// (one input; the face output shapes when the output is FP32), fixes batch 1
-// and NCHW input, and compiles it for the CPU. Failures are logged to the
-// error and the information streams; the result is then null.
-std::shared_ptr<LoadedModel> loadModel(ov::Core& core, std::uint32_t identifier, const ModelFiles& files,
-                                       const ModelPrecisions& precisions);
+// Reads the network, checks it (one input, the options' output check, sizes
+// within kMaxTensorElements), fixes a batch of 1 and NCHW input of the
+// options' type, and compiles it for the CPU. The weights stay with the loaded model.
+// Failures are logged to the error and the information streams; the result
+// is then null.
+std::shared_ptr<LoadedModel> loadModel(ov::Core& core, NetworkData data, const LoadOptions& options);
 
 // Loads the model and gives it a pool of requestCount requests.
-std::shared_ptr<LoadedModel> loadModelWithPool(ov::Core& core, std::uint32_t identifier, const ModelFiles& files,
+std::shared_ptr<LoadedModel> loadModelWithPool(ov::Core& core, NetworkData data, const LoadOptions& options,
                                                std::size_t requestCount);
-
-// How many networks this process has compiled (for diagnostics and tests).
-std::size_t modelsLoaded();
 
 }  // namespace Inference

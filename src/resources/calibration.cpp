@@ -1,8 +1,11 @@
 #include "resources/calibration.h"
 
-#include "resources/text_fields.h"
+#include "base/text_fields.h"
 
 namespace Resources {
+
+using Base::leadingFloat;
+using Base::split;
 
 CalibrationPoint parseCalibrationPoint(std::string_view field) {
     CalibrationPoint point;

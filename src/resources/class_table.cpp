@@ -3,9 +3,13 @@
 #include <string>
 
 #include "resources/calibration.h"
-#include "resources/text_fields.h"
+#include "base/text_fields.h"
 
 namespace Resources {
+
+using Base::leadingInteger;
+using Base::split;
+using Base::trim;
 
 namespace {
 

@@ -1,8 +1,12 @@
 #include "resources/details_line.h"
 
-#include "resources/text_fields.h"
+#include "base/text_fields.h"
 
 namespace Resources {
+
+using Base::leadingInteger;
+using Base::split;
+using Base::trim;
 
 std::optional<DetailsLine> parseDetailsLine(std::string_view text) {
     const std::string_view line = text.substr(0, text.find('\n'));

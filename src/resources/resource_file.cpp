@@ -3,7 +3,7 @@
 #include <cstring>
 #include <fstream>
 
-#include "engine/platform.h"
+#include "base/platform.h"
 #include "resources/decipher.h"
 
 namespace Resources {
@@ -14,13 +14,13 @@ std::string resourceFileName(int group, FileRole role) {
 
 std::string joinPath(const std::string& folder, const std::string& name) {
     std::string path = folder;
-    if (path.empty() || path.back() != Nubex::platform::kPathSeparator) path += Nubex::platform::kPathSeparator;
+    if (path.empty() || path.back() != Base::platform::kPathSeparator) path += Base::platform::kPathSeparator;
     return path + name;
 }
 
 std::optional<std::vector<std::uint8_t>> readDecipheredFile(const std::string& path, std::size_t maxBytes) {
     // A fifo or device under a resource name would block or never end.
-    if (!Nubex::platform::isRegularFile(path)) return std::nullopt;
+    if (!Base::platform::isRegularFile(path)) return std::nullopt;
     std::ifstream file(path, std::ios::binary | std::ios::ate);
     if (!file) return std::nullopt;
     const std::streamoff size = file.tellg();

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "engine/platform.h"
+#include "base/platform.h"
 #include "resources/resource_file.h"
 #include "resources/resource_info.h"
 
@@ -10,9 +10,9 @@ namespace Resources {
 
 bool holdsGroupFiles(const std::string& folder, int group) {
     if (group < 0 || group >= kGroupCount) return false;
-    std::vector<Nubex::platform::DirectoryEntry> entries;
+    std::vector<Base::platform::DirectoryEntry> entries;
     int errorNumber = 0;
-    if (!Nubex::platform::listDirectory(folder, entries, errorNumber)) return false;
+    if (!Base::platform::listDirectory(folder, entries, errorNumber)) return false;
     const std::string names[] = {resourceFileName(group, FileRole::Network), resourceFileName(group, FileRole::Weights),
                                  resourceFileName(group, FileRole::ClassTable),
                                  resourceFileName(group, FileRole::Details)};

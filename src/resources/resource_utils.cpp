@@ -2,8 +2,8 @@
 
 #include <stdexcept>
 
-#include "engine/log_stream.h"
-#include "engine/platform.h"
+#include "base/log_stream.h"
+#include "base/platform.h"
 #include "resources/calibration.h"
 #include "resources/resource_file.h"
 #include "resources/resource_folder.h"
@@ -28,7 +28,7 @@ ResourceUtils::ResourceUtils(std::optional<std::string> defaultDirectory) {
 
 std::size_t ResourceUtils::addDirectory(std::string directory) {
     if (directory.empty()) throw std::out_of_range("invalid string position");
-    if (directory.back() != Nubex::platform::kPathSeparator) directory += Nubex::platform::kPathSeparator;
+    if (directory.back() != Base::platform::kPathSeparator) directory += Base::platform::kPathSeparator;
     bool known = false;
     for (const auto& existing : directories_) known = known || existing == directory;
     if (!known) directories_.push_back(std::move(directory));
@@ -37,14 +37,13 @@ std::size_t ResourceUtils::addDirectory(std::string directory) {
 }
 
 void ResourceUtils::scanAllGroups() {
-    std::vector<std::uint32_t> replaced;
-    for (int group = 0; group < kGroupCount; ++group) scanGroup(group, replaced);
+    for (int group = 0; group < kGroupCount; ++group) scanGroup(group);
 }
 
-void ResourceUtils::scanGroup(int group, std::vector<std::uint32_t>& replaced) {
+void ResourceUtils::scanGroup(int group) {
     if (!isValidGroup(group)) return;
     records_[group].clear();
-    for (const auto& directory : directories_) scanDirectory(directory, group, replaced);
+    for (const auto& directory : directories_) scanDirectory(directory, group);
     if (group == 0) collectDisplayNames();
 }
 
@@ -55,10 +54,10 @@ void ResourceUtils::collectDisplayNames() {
     }
 }
 
-void ResourceUtils::scanDirectory(const std::string& directory, int group, std::vector<std::uint32_t>& replaced) {
-    std::vector<Nubex::platform::DirectoryEntry> entries;
+void ResourceUtils::scanDirectory(const std::string& directory, int group) {
+    std::vector<Base::platform::DirectoryEntry> entries;
     int errorNumber = 0;
-    if (!Nubex::platform::listDirectory(directory, entries, errorNumber)) {
+    if (!Base::platform::listDirectory(directory, entries, errorNumber)) {
         slog::err << "Error # " << errorNumber << ". No resource could be loaded from the path." << std::endl;
         return;
     }
@@ -68,18 +67,17 @@ void ResourceUtils::scanDirectory(const std::string& directory, int group, std::
         const std::string folder = joinPath(directory, entry.name);
         if (!readResource(folder, group, record)) continue;
         record.folder = folder;
-        addRecord(std::move(record), replaced);
+        addRecord(std::move(record));
     }
 }
 
-void ResourceUtils::addRecord(ResourceInfo record, std::vector<std::uint32_t>& replaced) {
+void ResourceUtils::addRecord(ResourceInfo record) {
     auto& records = records_[record.group];
     for (const auto& known : records) {
         if (known.identifier == record.identifier && known.version == record.version) return;
     }
     for (auto it = records.begin(); it != records.end();) {
         if (it->identifier == record.identifier) {
-            replaced.push_back(it->identifier);
             it = records.erase(it);
         } else {
             ++it;

@@ -27,9 +27,9 @@ public:
     // throws std::out_of_range("invalid string position").
     std::size_t addDirectory(std::string directory);
 
-    // Re-reads one group from every directory; identifiers whose record was
-    // replaced by another version are appended to replaced.
-    void scanGroup(int group, std::vector<std::uint32_t>& replaced);
+    // Re-reads one group from every directory. Of two folders with the same
+    // identifier, the one found later wins unless both have the same version.
+    void scanGroup(int group);
     void scanAllGroups();
 
     // Reads one resource folder as a resource of the group (see the .cpp).
@@ -60,8 +60,8 @@ public:
     void setRecordCount(std::uint32_t count) { recordCount_ = count; }
 
 private:
-    void scanDirectory(const std::string& directory, int group, std::vector<std::uint32_t>& replaced);
-    void addRecord(ResourceInfo record, std::vector<std::uint32_t>& replaced);
+    void scanDirectory(const std::string& directory, int group);
+    void addRecord(ResourceInfo record);
     void enterResourceSet(const ResourceInfo& record);
     void indexCategory(const CategoryIndexEntry& entry);
     void collectDisplayNames();

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <string_view>
 
-#include "resources/text_fields.h"
+#include "base/text_fields.h"
+
 
 namespace Scan {
 
@@ -49,7 +50,7 @@ void acceptCategory(const Resources::CategoryIndexEntry& entry, std::string_view
     for (const auto member : set->identifiers) {
         if (member != 0) request.resourcesToLoad.push_back(member);
     }
-    ScanJob job;
+    Detectors::ScanJob job;
     job.group = group;
     job.slots.push_back(entry.line);
     job.categories.push_back(entry.categoryIdentifier);
@@ -62,12 +63,12 @@ CategoryRequest parseCategoryList(const char* categories, const CategoryLookup& 
                                   const std::vector<Resources::ResourceSet>& sets, std::string& errorText) {
     CategoryRequest request;
     if (categories == nullptr) return request;
-    for (const std::string_view rawToken : Resources::split(categories, ',')) {
-        const std::string_view token = Resources::trim(rawToken);
+    for (const std::string_view rawToken : Base::split(categories, ',')) {
+        const std::string_view token = Base::trim(rawToken);
         if (token.empty()) continue;
-        const auto identifier = static_cast<std::int32_t>(Resources::leadingInteger(token));
-        const Resources::CategoryIndexEntry* entry = findCategory(identifier);
-        if (entry == nullptr) {
+        const auto identifier = static_cast<std::int32_t>(Base::leadingInteger(token));
+        const std::optional<Resources::CategoryIndexEntry> entry = findCategory(identifier);
+        if (!entry) {
             errorText += "\tInvalid Category: ";
             errorText += token;
         } else if (request.positions.count(identifier) != 0) {
@@ -80,20 +81,13 @@ CategoryRequest parseCategoryList(const char* categories, const CategoryLookup& 
     return request;
 }
 
-CategoryRequest parseCategoryList(const char* categories, const Resources::ResourceUtils& registry,
-                                  std::string& errorText) {
-    return parseCategoryList(
-        categories, [&registry](std::int32_t identifier) { return registry.findCategory(identifier); },
-        registry.resourceSets(), errorText);
-}
-
 CategoryRequest parseCategoryList(const char* categories, const std::vector<Resources::CategoryIndexEntry>& index,
                                   const std::vector<Resources::ResourceSet>& sets, std::string& errorText) {
-    std::unordered_map<std::int32_t, const Resources::CategoryIndexEntry*> first;
-    for (const auto& entry : index) first.emplace(entry.categoryIdentifier, &entry);
-    const CategoryLookup lookup = [&first](std::int32_t identifier) -> const Resources::CategoryIndexEntry* {
+    std::unordered_map<std::int32_t, Resources::CategoryIndexEntry> first;
+    for (const auto& entry : index) first.emplace(entry.categoryIdentifier, entry);
+    const CategoryLookup lookup = [&first](std::int32_t identifier) -> std::optional<Resources::CategoryIndexEntry> {
         const auto found = first.find(identifier);
-        return found == first.end() ? nullptr : found->second;
+        return found == first.end() ? std::nullopt : std::optional(found->second);
     };
     return parseCategoryList(categories, lookup, sets, errorText);
 }

@@ -38,12 +38,16 @@ void ResultDocument::writeScanResults(std::vector<CategoryScore>& scores) {
     scores.clear();
 }
 
-void ResultDocument::writeTextDetails(std::vector<std::string>& texts) {
+void ResultDocument::writeTextDetails(std::vector<TextFinding>& texts) {
     if (textDetailsWritten_) return;
     textDetailsWritten_ = true;
     key("text_details");
     writer_.StartArray();
-    for (const auto& text : texts) string(text);
+    for (const auto& text : texts) {
+        std::string line;
+        for (const auto& corner : text.corners) line += std::to_string(corner.x) + ',' + std::to_string(corner.y) + ',';
+        string(line + text.reading);
+    }
     writer_.EndArray();
     texts.clear();
 }

@@ -7,21 +7,13 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include "detectors/findings.h"
+
 namespace Scan {
 
-struct CategoryScore {
-    std::string name;
-    float score = 0.0f;
-};
-
-struct FaceFinding {
-    std::int32_t label = 0;
-    float score = 0.0f;
-    std::int32_t left = 0;
-    std::int32_t top = 0;
-    std::int32_t right = 0;
-    std::int32_t bottom = 0;
-};
+using Detectors::CategoryScore;
+using Detectors::FaceFinding;
+using Detectors::TextFinding;
 
 // Writes the compact JSON answer of one scan. The top-level object is open
 // from construction; each section is written at most once, in call order.
@@ -31,7 +23,8 @@ public:
     ResultDocument();
 
     void writeScanResults(std::vector<CategoryScore>& scores);
-    void writeTextDetails(std::vector<std::string>& texts);
+    // Each line as "x1,y1,x2,y2,x3,y3,x4,y4,reading".
+    void writeTextDetails(std::vector<TextFinding>& texts);
     void writeFaceDetails(std::vector<FaceFinding>& faces);
     void writeImageSize(std::int32_t width, std::int32_t height);
     void writeErrorText(const std::string& errorText);

@@ -1,22 +1,19 @@
 #include "scan/scan_request.h"
 
 #include <system_error>
-#include <mutex>
-#include <shared_mutex>
 #include <thread>
 #include <vector>
 
+#include "base/exception_text.h"
+#include "base/log_stream.h"
 #include "detectors/category_classifier.h"
 #include "detectors/face_detector.h"
-#include "detectors/text_worker.h"
 #include "detectors/image_input.h"
-#include "engine/globals.h"
-#include "engine/log_stream.h"
-#include "resources/categories.h"
-#include "resources/text_fields.h"
+#include "detectors/text_worker.h"
+#include "resources/resource_kind.h"
 #include "scan/category_list.h"
-#include "scan/resource_readiness.h"
 #include "scan/result_document.h"
+#include "scan/worker_inputs.h"
 
 namespace Scan {
 
@@ -55,19 +52,17 @@ bool validateImage(const ScanArguments& arguments, std::string& errorText) {
     return valid;
 }
 
-CategoryRequest readCategoryList(const ScanArguments& arguments, std::string& errorText) {
-    std::shared_lock<std::shared_mutex> lock(Nubex::g_RegistryMutex);
-    return parseCategoryList(arguments.categories, Nubex::g_oResourceUtils, errorText);
+CategoryRequest readCategoryList(const Nubex::Engine& engine, const ScanArguments& arguments,
+                                 std::string& errorText) {
+    return parseCategoryList(
+        arguments.categories, [&engine](std::int32_t identifier) { return engine.findCategory(identifier); },
+        engine.resourceSets(), errorText);
 }
 
-// The display names the published category lines give ("<identifier>\t<name>";
-// a later line for the same identifier names it again).
-std::vector<CategoryScore> nameResults(const std::vector<std::int32_t>& accepted) {
+// The display names the published category lines give.
+std::vector<CategoryScore> nameResults(const Nubex::Engine& engine, const std::vector<std::int32_t>& accepted) {
     std::vector<CategoryScore> results(accepted.size());
-    std::shared_lock<std::shared_mutex> lock(Nubex::g_RegistryMutex);
-    for (std::size_t k = 0; k < accepted.size(); ++k) {
-        if (const std::string* name = Nubex::g_oResourceUtils.displayName(accepted[k])) results[k].name = *name;
-    }
+    for (std::size_t k = 0; k < accepted.size(); ++k) results[k].name = engine.displayName(accepted[k]);
     return results;
 }
 
@@ -75,54 +70,62 @@ std::vector<CategoryScore> nameResults(const std::vector<std::int32_t>& accepted
 // (there is one face group and one text group).
 struct Findings {
     std::vector<FaceFinding> faces;
-    std::vector<std::string> texts;
+    std::vector<TextFinding> texts;
 };
 
-void runWorker(const cv::Mat& image, const ScanJob& job, JobResults& results, Findings& findings,
+void runWorker(const cv::Mat& image, const WorkerInputs& inputs, JobResults& results, Findings& findings,
                float textThreshold) {
-    if (job.group == kTextDetectionId) {
-        Detectors::textWorker(image, textThreshold, results.scores.data(), findings.texts, job);
-    } else if (job.group == kFaceDetectionId) {
-        Detectors::faceDetectionWorker(image, results.scores.data(), findings.faces, job);
-    } else {
-        Detectors::categoryClassifierWorker(image, job, results.firstStage.data(), results.secondStage.data(),
-                                            results.scores.data());
+    switch (Resources::kindOf(inputs.job.group)) {
+        case Resources::ResourceKind::TextDetection:
+            Detectors::textWorker(image, textThreshold, results.scores.data(), findings.texts, inputs.text);
+            break;
+        case Resources::ResourceKind::Face:
+            Detectors::faceDetectionWorker(image, results.scores.data(), findings.faces, inputs.job,
+                                           inputs.faceDetector.get());
+            break;
+        default:
+            Detectors::categoryClassifierWorker(image, inputs.classification, results.firstStage.data(),
+                                                results.secondStage.data(), results.scores.data());
     }
 }
 
 // One thread per group; when the system refuses a thread, the group runs on
 // the calling thread instead.
-std::thread startWorker(const cv::Mat& image, const ScanJob& job, JobResults& results, Findings& findings,
+std::thread startWorker(const cv::Mat& image, const WorkerInputs& inputs, JobResults& results, Findings& findings,
                         float textThreshold) {
     try {
-        return std::thread(runWorker, std::cref(image), std::cref(job), std::ref(results), std::ref(findings),
+        return std::thread(runWorker, std::cref(image), std::cref(inputs), std::ref(results), std::ref(findings),
                            textThreshold);
     } catch (const std::system_error&) {
-        runWorker(image, job, results, findings, textThreshold);
+        runWorker(image, inputs, results, findings, textThreshold);
         return std::thread();
     }
 }
 
-void runJobs(const ScanArguments& arguments, const CategoryRequest& request, std::vector<CategoryScore>& results,
-             Findings& findings) {
+void runJobs(Nubex::Engine& engine, const ScanArguments& arguments, const CategoryRequest& request,
+             std::vector<CategoryScore>& results, Findings& findings) {
     const cv::Mat image = Detectors::wrapPixelBuffer(arguments.image, arguments.width, arguments.height);
     std::vector<JobResults> jobResults;
+    std::vector<WorkerInputs> inputs;
     jobResults.reserve(request.jobs.size());
-    for (const auto& job : request.jobs) jobResults.emplace_back(job.categories.size());
+    for (const auto& job : request.jobs) {
+        jobResults.emplace_back(job.categories.size());
+        inputs.push_back(workerInputs(engine, job));
+    }
 
     // One thread per group; the last group runs on the calling thread, which
     // would otherwise only wait.
     std::vector<std::thread> workers;
     for (std::size_t i = 0; i + 1 < request.jobs.size(); ++i) {
-        workers.push_back(startWorker(image, request.jobs[i], jobResults[i], findings, arguments.textScoreThreshold));
+        workers.push_back(startWorker(image, inputs[i], jobResults[i], findings, arguments.textScoreThreshold));
     }
     if (!request.jobs.empty()) {
-        runWorker(image, request.jobs.back(), jobResults.back(), findings, arguments.textScoreThreshold);
+        runWorker(image, inputs.back(), jobResults.back(), findings, arguments.textScoreThreshold);
         workers.emplace_back();
     }
     for (std::size_t i = 0; i < workers.size(); ++i) {
         if (workers[i].joinable()) workers[i].join();
-        const ScanJob& job = request.jobs[i];
+        const Detectors::ScanJob& job = request.jobs[i];
         for (std::size_t j = 0; j < job.categories.size(); ++j) {
             const std::size_t p = request.positions.at(job.categories[j]);
             if (arguments.scores != nullptr) arguments.scores[p] = jobResults[i].scores[j];
@@ -133,30 +136,31 @@ void runJobs(const ScanArguments& arguments, const CategoryRequest& request, std
 
 }  // namespace
 
-std::string scanImage(const ScanArguments& arguments) {
+std::string scanImage(Nubex::Engine& engine, const ScanArguments& arguments) {
     ResultDocument document;
     std::string errorText;
     bool scan = validateImage(arguments, errorText);
-    const CategoryRequest request = readCategoryList(arguments, errorText);
+    const CategoryRequest request = readCategoryList(engine, arguments, errorText);
     if (request.accepted.empty()) {
         errorText += "\tNo category provided for scanning...";
         scan = false;
     }
     std::vector<CategoryScore> results;
     if (scan) {
-        try {
-            results = nameResults(request.accepted);
-            const std::size_t requestCount = 2 * static_cast<std::size_t>(std::max(1u, std::thread::hardware_concurrency()));
-            scan = makeResourcesReady(request.resourcesToLoad, requestCount, errorText);
-        } catch (const std::exception& error) {
-            slog::consoleLine(error.what());
+        const bool loaded = Base::runReporting(
+            [&] {
+                results = nameResults(engine, request.accepted);
+                scan = engine.makeReady(request.resourcesToLoad, errorText);
+            },
+            [](const std::string& text) { slog::consoleLine(text); });
+        if (!loaded) {
             errorText += "\tError while loading resource/s...";
             scan = false;
         }
     }
     if (scan) {
         Findings findings;
-        runJobs(arguments, request, results, findings);
+        runJobs(engine, arguments, request, results, findings);
         document.writeScanResults(results);
         if (!findings.texts.empty()) document.writeTextDetails(findings.texts);
         if (!findings.faces.empty()) document.writeFaceDetails(findings.faces);

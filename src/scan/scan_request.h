@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string>
 
+#include "engine/engine.h"
+
 namespace Scan {
 
 // The arguments of one ScanImage call, as the host passed them.
@@ -16,9 +18,9 @@ struct ScanArguments {
     float textScoreThreshold = 0.0f;
 };
 
-// Runs one scan and returns its result document. Never throws for a problem
-// of the request: problems are reported in the document.
-std::string scanImage(const ScanArguments& arguments);
+// Runs one scan with the engine and returns its result document. Never
+// throws for a problem of the request: problems are reported in the document.
+std::string scanImage(Nubex::Engine& engine, const ScanArguments& arguments);
 
 // The document of a scan that could not run, with the given error text.
 std::string failedScanDocument(std::int32_t width, std::int32_t height, const std::string& errorText);

@@ -26,7 +26,7 @@
 #include <rapidjson/document.h>
 
 #include "nubex_engine.h"
-#include "resources/resource_initialisation.h"
+#include "engine/process_state.h"
 #include "support/test_networks.h"
 #include "support/test_pack.h"
 
@@ -146,7 +146,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     testing_support::packNetwork(directory() + "/" + chosen.folder, chosen.group, chosen.details, chosen.classes,
                                  testing_support::fixedOutputsNetwork(input, outputs, values));
     // Only this network loads again; its set's other members stay loaded.
-    Resources::releaseResource(chosen.identifier);
+    Nubex::engine().releaseResource(chosen.identifier);
 
     // Green, so that the text presence gate opens.
     constexpr int kWidth = 40;

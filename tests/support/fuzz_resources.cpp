@@ -8,8 +8,6 @@
 #include <openvino/pass/serialize.hpp>
 
 #include "nubex_engine.h"
-#include "resources/resource_file.h"
-#include "resources/resource_writer.h"
 #include "support/test_networks.h"
 #include "support/test_pack.h"
 
@@ -50,19 +48,11 @@ std::string seedNetworkDescription() {
     return description;
 }
 
-std::string fuzzModelFolder() {
-    const std::string folder = temporaryFolder("nubex-fuzz-model");
+std::vector<std::uint8_t> seedNetworkWeights() {
     std::string description;
     std::string weights;
     serialise(description, weights);
-    Resources::writeEncipheredFile(Resources::joinPath(folder, "NubexResource.2"),
-                                   reinterpret_cast<const std::uint8_t*>(weights.data()), weights.size());
-    return folder;
-}
-
-void writeFuzzNetwork(const std::string& folder, const std::string& description) {
-    Resources::writeEncipheredFile(Resources::joinPath(folder, "NubexResource.1"),
-                                   reinterpret_cast<const std::uint8_t*>(description.data()), description.size());
+    return std::vector<std::uint8_t>(weights.begin(), weights.end());
 }
 
 }  // namespace testing_support

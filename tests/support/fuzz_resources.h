@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace testing_support {
 
@@ -8,12 +10,8 @@ namespace testing_support {
 // directory, adds it and initialises the engine. True when ready.
 bool prepareFuzzEngine();
 
-// A temporary resource folder holding the seed network's weights, and the
-// writer of a network description into it.
-std::string fuzzModelFolder();
-void writeFuzzNetwork(const std::string& folder, const std::string& description);
-
-// The seed network's description (IR text) whose weights fuzzModelFolder holds.
+// The seed network's description (IR text) and its weights.
 std::string seedNetworkDescription();
+std::vector<std::uint8_t> seedNetworkWeights();
 
 }  // namespace testing_support

@@ -1,12 +1,12 @@
-#include "resources/resource_details.h"
+#include "engine/resource_details.h"
 
 #include <algorithm>
 
-namespace Resources {
+namespace Nubex {
 
 namespace {
 
-std::shared_ptr<ResourceDetails> makeDetails(const ResourceInfo& record) {
+std::shared_ptr<ResourceDetails> makeDetails(const Resources::ResourceInfo& record) {
     auto details = std::make_shared<ResourceDetails>();
     details->identifier = record.identifier;
     details->backgroundIndex = record.backgroundIndex;
@@ -21,7 +21,7 @@ std::shared_ptr<ResourceDetails> makeDetails(const ResourceInfo& record) {
 
 }  // namespace
 
-void refreshResourceDetails(ResourceDetailsTable& table, const std::vector<ResourceInfo>& records) {
+void refreshResourceDetails(ResourceDetailsTable& table, const std::vector<Resources::ResourceInfo>& records) {
     table.erase(std::remove_if(table.begin(), table.end(), [](const auto& entry) { return !entry->initialised(); }),
                 table.end());
     for (const auto& record : records) {
@@ -42,4 +42,4 @@ std::shared_ptr<ResourceDetails> findResourceDetails(const ResourceDetailsTable&
     return nullptr;
 }
 
-}  // namespace Resources
+}  // namespace Nubex

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace Nubex::platform {
+namespace Base::platform {
 
 struct DirectoryEntry {
     std::string name;
@@ -50,4 +50,4 @@ private:
 // The path separator that stored directories end with.
 constexpr char kPathSeparator = '/';
 
-}  // namespace Nubex::platform
+}  // namespace Base::platform

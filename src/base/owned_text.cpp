@@ -1,9 +1,9 @@
-#include "engine/owned_text.h"
+#include "base/owned_text.h"
 
 #include <cstdlib>
 #include <cstring>
 
-namespace Nubex {
+namespace Base {
 
 char* makeOwnedText(std::string_view text) {
     auto* buffer = static_cast<char*>(std::calloc(text.size() + 1, 1));
@@ -11,4 +11,4 @@ char* makeOwnedText(std::string_view text) {
     return buffer;
 }
 
-}  // namespace Nubex
+}  // namespace Base

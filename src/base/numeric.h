@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <limits>
 
-namespace Detectors {
+namespace Base {
 
 // Converts toward zero like a cast, but saturates instead of being undefined
 // for values a network should never produce (infinities, NaN, huge values).
@@ -15,4 +15,4 @@ inline std::int32_t truncateToInt(double value) {
     return static_cast<std::int32_t>(value);
 }
 
-}  // namespace Detectors
+}  // namespace Base

@@ -1,4 +1,4 @@
-#include "engine/platform.h"
+#include "base/platform.h"
 
 #include <dirent.h>
 #include <pthread.h>
@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <cstring>
 
-namespace Nubex::platform {
+namespace Base::platform {
 
 namespace {
 
@@ -111,4 +111,4 @@ QuietBrokenPipe::~QuietBrokenPipe() {
     ::pthread_sigmask(SIG_SETMASK, reinterpret_cast<const sigset_t*>(savedMask_), nullptr);
 }
 
-}  // namespace Nubex::platform
+}  // namespace Base::platform

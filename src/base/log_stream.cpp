@@ -1,8 +1,8 @@
-#include "engine/log_stream.h"
+#include "base/log_stream.h"
 
 #include <iostream>
 
-#include "engine/platform.h"
+#include "base/platform.h"
 
 namespace slog {
 
@@ -15,7 +15,7 @@ namespace {
 // neither raises SIGPIPE nor leaves the host's stream in a failed state.
 template <typename Write>
 void writeQuietly(std::ostream& stream, Write write) {
-    const Nubex::platform::QuietBrokenPipe quiet;
+    const Base::platform::QuietBrokenPipe quiet;
     const auto state = stream.rdstate();
     write();
     stream.clear(state);

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-namespace Resources {
+namespace Base {
 
 // The blank characters trimmed from both ends of every field: tab, line feed,
 // vertical tab, form feed, carriage return and space.
@@ -25,4 +25,4 @@ std::uint32_t leadingInteger(std::string_view text);
 // independent of the C locale); text without a number gives 0.
 float leadingFloat(std::string_view text);
 
-}  // namespace Resources
+}  // namespace Base

@@ -6,13 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "inference/loaded_model.h"
 #include "resources/resource_info.h"
 
-namespace Inference {
-class LoadedModel;
-}
-
-namespace Resources {
+namespace Nubex {
 
 // How far a registered resource's networks have got.
 enum LoadState : int { kNotLoaded = 0, kLoading = 1, kLoaded = 2 };
@@ -41,9 +38,9 @@ using ResourceDetailsTable = std::vector<std::shared_ptr<ResourceDetails>>;
 
 // Drops entries that hold nothing loaded and adds one per record that the
 // table does not yet hold in the same version.
-void refreshResourceDetails(ResourceDetailsTable& table, const std::vector<ResourceInfo>& records);
+void refreshResourceDetails(ResourceDetailsTable& table, const std::vector<Resources::ResourceInfo>& records);
 
 // First entry with the identifier, or null.
 std::shared_ptr<ResourceDetails> findResourceDetails(const ResourceDetailsTable& table, std::uint32_t identifier);
 
-}  // namespace Resources
+}  // namespace Nubex

@@ -1,10 +1,10 @@
-#include "resources/text_fields.h"
+#include "base/text_fields.h"
 
 #include <charconv>
 #include <cmath>
 #include <limits>
 
-namespace Resources {
+namespace Base {
 
 std::string_view trim(std::string_view text) {
     const auto first = text.find_first_not_of(kBlankCharacters);
@@ -60,4 +60,4 @@ float leadingFloat(std::string_view text) {
     return static_cast<float>(value);
 }
 
-}  // namespace Resources
+}  // namespace Base

@@ -1,0 +1,167 @@
+#include "engine/network_contract.h"
+
+#include <algorithm>
+#include <sstream>
+#include <stdexcept>
+
+#include "resources/recogniser_alphabet.h"
+
+namespace Nubex {
+
+using Resources::ResourceKind;
+
+namespace {
+
+// A face network: one DetectionOutput [1, 1, N, 7] (last dimension checked
+// before the rank), or "boxes" [n, 5] and "labels" [n] of i32, found in name
+// order. The second form loads, though the face worker reads only the first.
+std::vector<std::string> checkFaceOutputs(const ov::Model& model) {
+    const auto outputs = model.outputs();
+    if (outputs.size() == 1) {
+        const ov::PartialShape shape = outputs[0].get_partial_shape();
+        if (shape.rank().is_dynamic() || shape.size() == 0 || shape[shape.size() - 1] != 7) {
+            throw std::logic_error("Face Detection network output layer should have 7 as a last dimension");
+        }
+        if (shape.size() != 4) {
+            throw std::logic_error("Face Detection network output dimensions not compatible should be 4, but was " +
+                                   std::to_string(shape.size()));
+        }
+        return {outputs[0].get_any_name()};
+    }
+    std::vector<ov::Output<const ov::Node>> byName(outputs.begin(), outputs.end());
+    std::sort(byName.begin(), byName.end(),
+              [](const auto& a, const auto& b) { return a.get_any_name() < b.get_any_name(); });
+    std::string boxes;
+    std::string labels;
+    for (const auto& output : byName) {
+        const ov::PartialShape shape = output.get_partial_shape();
+        if (shape.rank().is_dynamic()) continue;
+        if (shape.size() == 2 && shape[1] == 5) boxes = output.get_any_name();
+        if (shape.size() == 1 && output.get_element_type() == ov::element::i32) labels = output.get_any_name();
+    }
+    if (boxes.empty() || labels.empty()) {
+        throw std::logic_error(
+            "Face Detection network must contain ether single DetectionOutput or 'boxes' [nx5] and 'labels' [n] at "
+            "least, where 'n' is a number of detected objects.");
+    }
+    return {boxes};
+}
+
+std::string shapeText(const ov::PartialShape& shape) {
+    std::ostringstream text;
+    text << shape;
+    return text.str();
+}
+
+std::string checkImageInput(const Inference::LoadedModel& model) {
+    const std::size_t channels = model.inputDimension(1);
+    if (model.inputShape.size() != 4 || (channels != 1 && channels != 3)) {
+        return "the input must be [1, 1 or 3, H, W], but is " + shapeText(model.inputShape);
+    }
+    return {};
+}
+
+std::string checkClassifier(const Inference::LoadedModel& model, const Resources::ClassTable& table) {
+    const auto outputs = model.compiled.outputs();
+    if (outputs.size() != 1) return "a classifier must have exactly 1 output, but has " + std::to_string(outputs.size());
+    const ov::PartialShape shape = outputs[0].get_partial_shape();
+    if (shape.is_dynamic() || shape.size() == 0 || shape[0].get_length() == 0) {
+        return "the classifier output must have a static shape with a batch, but is " + shapeText(shape);
+    }
+    const auto classes = static_cast<std::int64_t>(ov::shape_size(shape.to_shape())) / shape[0].get_length();
+    std::int32_t lastLine = 0;
+    for (const auto& category : table.categories) lastLine = std::max(lastLine, category.line);
+    if (lastLine >= classes) {
+        return "the class table reads class " + std::to_string(lastLine) + " but the output has " +
+               std::to_string(classes) + " classes";
+    }
+    return {};
+}
+
+std::string checkFace(const Inference::LoadedModel& model) {
+    if (model.compiled.outputs().size() != 1) return "a face network must have exactly 1 output [1, 1, N, 7]";
+    return {};
+}
+
+std::string checkTextDetection(const Inference::LoadedModel& model) {
+    bool pixels = false;
+    bool links = false;
+    bool boxes = false;
+    for (const auto& output : model.compiled.outputs()) {
+        const ov::PartialShape shape = output.get_partial_shape();
+        if (shape.rank().is_dynamic() || shape.size() < 2) continue;
+        pixels = pixels || shape[1] == 2;
+        links = links || shape[1] == 16;
+        boxes = boxes || shape[1] == 5;
+    }
+    if ((pixels && links) || boxes) return {};
+    return "a text detector needs outputs of 2 and 16 channels (pixels and links) or one of 5 columns (boxes)";
+}
+
+std::string checkTextRecognition(const Inference::LoadedModel& model) {
+    const std::string symbols = std::to_string(Resources::kAlphabet.size());
+    const auto outputs = model.compiled.outputs();
+    if (outputs.size() != 1) return "a text recogniser must have exactly 1 output [T, 1, " + symbols + "]";
+    const ov::PartialShape shape = outputs[0].get_partial_shape();
+    if (shape.rank().is_dynamic() || shape.size() != 3 ||
+        shape[2] != static_cast<std::int64_t>(Resources::kAlphabet.size())) {
+        return "the recogniser output must be [T, 1, " + symbols + "], but is " + shapeText(shape);
+    }
+    return {};
+}
+
+constexpr ResourceKind kKinds[] = {ResourceKind::Classifier, ResourceKind::Face, ResourceKind::TextDetection,
+                                   ResourceKind::TextPresence, ResourceKind::TextRecognition};
+
+}  // namespace
+
+Inference::LoadOptions loadOptionsFor(ResourceKind kind) {
+    Inference::LoadOptions options;
+    switch (kind) {
+        case ResourceKind::TextDetection:
+        case ResourceKind::TextRecognition:
+            options.inputType = ov::element::f32;
+            break;
+        case ResourceKind::Face:
+            options.checkOutputs = checkFaceOutputs;
+            break;
+        case ResourceKind::Classifier:
+        case ResourceKind::TextPresence:
+            break;
+    }
+    return options;
+}
+
+std::string checkNetworkContract(const Inference::LoadedModel& model, ResourceKind kind,
+                                 const Resources::ClassTable& table) {
+    const std::string input = checkImageInput(model);
+    if (!input.empty()) return input;
+    switch (kind) {
+        case ResourceKind::Classifier:
+        case ResourceKind::TextPresence: return checkClassifier(model, table);
+        case ResourceKind::Face: return checkFace(model);
+        case ResourceKind::TextDetection: return checkTextDetection(model);
+        case ResourceKind::TextRecognition: return checkTextRecognition(model);
+    }
+    return {};
+}
+
+const char* kindName(ResourceKind kind) {
+    switch (kind) {
+        case ResourceKind::Classifier: return "classifier";
+        case ResourceKind::Face: return "face";
+        case ResourceKind::TextDetection: return "text-detection";
+        case ResourceKind::TextPresence: return "text-presence";
+        case ResourceKind::TextRecognition: return "text-recognition";
+    }
+    return "classifier";
+}
+
+ResourceKind kindNamed(const std::string& name) {
+    for (const auto kind : kKinds) {
+        if (name == kindName(kind)) return kind;
+    }
+    throw std::runtime_error("unknown network kind: " + name);
+}
+
+}  // namespace Nubex
