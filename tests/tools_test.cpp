@@ -228,7 +228,7 @@ TEST(Tools, ScanRejectsBadUsageBeforeScanning) {
         EXPECT_NE(contents(tree / "errors.txt").find("--categories"), std::string::npos) << contents(tree / "errors.txt");
     }
     for (const char* numbers : {"--text-threshold abc", "--text-threshold 5x", "--max-pixels 0", "--max-pixels -1",
-                                "--max-pixels 12abc", "--jobs 0", "--jobs two", "--unknown-option"}) {
+                                "--max-pixels 12abc", "--jobs 0", "--jobs two", "--ext ''", "--ext ,", "--unknown-option"}) {
         const ToolRun result = run(scanCommand(tree, std::string(numbers) + picture));
         EXPECT_EQ(result.status, 2) << numbers;
         EXPECT_EQ(result.output, "") << numbers;

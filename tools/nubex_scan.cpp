@@ -84,6 +84,39 @@ struct Item {
     std::string annotation;  // where its annotated copy goes, when asked
 };
 
+std::string lowerCase(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+std::string trimmed(const std::string& text) {
+    const auto first = text.find_first_not_of(" \t");
+    if (first == std::string::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+std::vector<std::string> splitList(const std::string& list) {
+    std::vector<std::string> parts;
+    std::size_t start = 0;
+    while (true) {
+        const std::size_t comma = list.find(',', start);
+        parts.push_back(trimmed(list.substr(start, comma - start)));
+        if (comma == std::string::npos) return parts;
+        start = comma + 1;
+    }
+}
+
+// The extensions as lower-case names without their dot; empty: every file.
+std::set<std::string> extensionSet(const std::string& list) {
+    std::set<std::string> extensions;
+    for (std::string part : splitList(list)) {
+        if (part == "*") return {};
+        if (!part.empty() && part.front() == '.') part.erase(0, 1);
+        if (!part.empty()) extensions.insert(lowerCase(part));
+    }
+    return extensions;
+}
+
 // Whole decimal numbers above 0, without sign or spaces.
 const CLI::Validator kCount(
     [](const std::string& text) -> std::string {
@@ -92,6 +125,14 @@ const CLI::Validator kCount(
         return {};
     },
     "", "count");
+
+// At least one extension, or '*'.
+const CLI::Validator kExtensions(
+    [](const std::string& text) -> std::string {
+        if (trimmed(text) == "*" || !extensionSet(text).empty()) return {};
+        return "needs file name extensions (e.g. png,jpg) or '*', not '" + text + "'";
+    },
+    "", "extensions");
 
 // Fills options from the command line. Returns the exit status when the run
 // ends here (help, or a usage error already reported).
@@ -126,7 +167,8 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options) {
                    "comma-separated file name extensions taken from folders ('*': every file); files named "
                    "directly are always scanned")
         ->type_name("LIST")
-        ->capture_default_str();
+        ->capture_default_str()
+        ->check(kExtensions);
     app.add_flag("--stdin", options.readStdin, "read further paths from standard input, one a line");
     app.add_option("-j,--jobs", options.jobs,
                    "pictures scanned at once (default: the engine's number of throughput streams)")
@@ -174,39 +216,6 @@ std::FILE* takeStandardOutput() {
     const int kept = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
     if (kept < 0 || ::dup2(STDERR_FILENO, STDOUT_FILENO) < 0) return nullptr;
     return ::fdopen(kept, "w");
-}
-
-std::string lowerCase(std::string text) {
-    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
-std::string trimmed(const std::string& text) {
-    const auto first = text.find_first_not_of(" \t");
-    if (first == std::string::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
-std::vector<std::string> splitList(const std::string& list) {
-    std::vector<std::string> parts;
-    std::size_t start = 0;
-    while (true) {
-        const std::size_t comma = list.find(',', start);
-        parts.push_back(trimmed(list.substr(start, comma - start)));
-        if (comma == std::string::npos) return parts;
-        start = comma + 1;
-    }
-}
-
-// The extensions as lower-case names without their dot; empty: every file.
-std::set<std::string> extensionSet(const std::string& list) {
-    std::set<std::string> extensions;
-    for (std::string part : splitList(list)) {
-        if (part == "*") return {};
-        if (!part.empty() && part.front() == '.') part.erase(0, 1);
-        if (!part.empty()) extensions.insert(lowerCase(part));
-    }
-    return extensions;
 }
 
 // Collects the pictures to scan, in the order given; folders in name order.
@@ -324,14 +333,15 @@ std::optional<std::string> categoryList(const std::optional<std::string>& reques
     }
     if (!requested) return all;
     std::string list;
-    for (const auto& token : splitList(*requested)) {
-        const bool decimal = !token.empty() && token.size() <= 9 &&
+    for (auto token : splitList(*requested)) {
+        const bool decimal = !token.empty() &&
                              std::all_of(token.begin(), token.end(), [](unsigned char c) { return std::isdigit(c); });
         if (!decimal) {
             std::cerr << "nubex-scan: --categories: '" << token
                       << "' is not a category identifier (comma-separated decimal numbers, e.g. 8337,9112)\n";
             return std::nullopt;
         }
+        token.erase(0, std::min(token.find_first_not_of('0'), token.size() - 1));  // 014 is 14
         if (known.count(token) == 0) {
             std::cerr << "nubex-scan: --categories: no category " << token
                       << " in the resources (--list-categories lists them)\n";
@@ -399,15 +409,15 @@ struct ScanSettings {
     std::uint64_t maxPixels = kDefaultMaxPixels;
 };
 
-// One JSON line (without its line end) for the item; failed tells whether it
-// reports a failure.
-std::string scanLine(const Item& item, const ScanSettings& settings, bool& failed) {
+// One JSON line (without its line end) for the item; error receives the
+// failure it reports, if any.
+std::string scanLine(const Item& item, const ScanSettings& settings, std::string& error) {
     rapidjson::StringBuffer text;
     rapidjson::Writer<rapidjson::StringBuffer> line(text);
     line.StartObject();
     line.Key("path");
     line.String(item.path.c_str(), static_cast<rapidjson::SizeType>(item.path.size()));
-    std::string error = item.error;
+    error = item.error;
     if (error.empty()) {
         try {
             const cv::Mat image = readPicture(item.path, settings.maxPixels);
@@ -443,9 +453,7 @@ std::string scanLine(const Item& item, const ScanSettings& settings, bool& faile
             error = exception.what();
         }
     }
-    failed = !error.empty();
-    if (failed) {
-        std::cerr << "nubex-scan: " << item.path << ": " << error << "\n";
+    if (!error.empty()) {
         line.Key("error");
         line.String(error.c_str(), static_cast<rapidjson::SizeType>(error.size()));
     }
@@ -468,11 +476,12 @@ int scanAll(const std::vector<Item>& items, const ScanSettings& settings, unsign
                 std::lock_guard<std::mutex> lock(mutex);
                 std::cerr << "[" << i + 1 << "/" << items.size() << "] " << items[i].path << "\n";
             }
-            bool itemFailed = false;
-            std::string line = scanLine(items[i], settings, itemFailed);
+            std::string error;
+            std::string line = scanLine(items[i], settings, error);
             std::lock_guard<std::mutex> lock(mutex);
+            if (!error.empty()) std::cerr << "nubex-scan: " << items[i].path << ": " << error << "\n";
             lines[i] = std::move(line);
-            failed[i] = itemFailed;
+            failed[i] = !error.empty();
             done.notify_all();
         }
     };
