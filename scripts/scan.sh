@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Sets everything up (see setup.sh), then scans pictures with nubex-scan and
-# the default resource pack: prints each result document and draws what was
-# found into build/annotated.png (annotated-2.png, ... for further pictures).
+# the default resource pack: prints one JSON line per picture and draws what
+# was found into build/annotated/<picture name>.annotated.png.
 # With no picture given, scans the sample portrait and the sample sign.
 #   bash scripts/scan.sh [nubex-scan options] [IMAGE|FOLDER...]
 set -euo pipefail
@@ -12,5 +12,7 @@ build_dir=${NUBEX_BUILD_DIR:-$root/build}
 if [ $# -eq 0 ]; then
   set -- "$build_dir/samples/astronaut.png" "$build_dir/samples/sign.png"
 fi
-"$build_dir/nubex-scan" --annotate "$build_dir/annotated.png" "$@"
-echo "annotated pictures: $build_dir/annotated*.png" >&2
+status=0
+"$build_dir/nubex-scan" --annotate "$build_dir/annotated" "$@" || status=$?
+echo "annotated pictures: $build_dir/annotated/" >&2
+exit "$status"

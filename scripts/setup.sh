@@ -12,7 +12,7 @@ build_type=${NUBEX_BUILD_TYPE:-Release}
 
 apt_packages=(build-essential cmake pkg-config libopencv-dev rapidjson-dev libgtest-dev libgmock-dev
               libbenchmark-dev python3-venv clang libclang-rt-14-dev fonts-dejavu-core
-              libstb-dev)
+              libstb-dev libcli11-dev)
 missing=()
 for p in "${apt_packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

@@ -114,11 +114,12 @@ expect "Python host" "$work/py.out" '^\{"scan_result":\[\{"Face":[0-9.]*\},\{"Te
 clean PYTHON="$python" bash "$root/examples/pack/build_pack.sh" "$prefix" "$work/pack" "$samples/astronaut.png" \
   >"$work/pack.out" 2>"$work/pack.err" || { fail "the pack example failed"; cat "$work/pack.err" >&2; }
 expect "pack example" "$work/pack.out" '^ok: 5000 \(Colour Shares, 1.0\) is a classifier' \
-  '^\{"scan_result":\[\{"Blue share":[0-9.]+\},\{"Green share":[0-9.]+\},\{"Red share":[0-9.]+\},\{"Face":9'
+  '^\{"path":"[^"]*","document":\{"scan_result":\[\{"Blue share":[0-9.]+\},\{"Green share":[0-9.]+\},\{"Red share":[0-9.]+\},\{"Face":9'
 
 clean "$prefix/bin/nubex-scan" --categories 8337 "$samples/astronaut.png" >"$work/scan.out" 2>"$work/scan.err" ||
   fail "the installed nubex-scan failed"
-expect "installed nubex-scan uses the installed pack" "$work/scan.out" '"Face":9[0-9.]*\}\],"face_details"'
+expect "installed nubex-scan uses the installed pack" "$work/scan.out" \
+  '^\{"path":"[^"]*astronaut\.png","document":\{"scan_result":\[\{"Face":9[0-9.]*\}\],"face_details"'
 
 # The whole prefix moves: tools and freshly built hosts still work.
 moved=$work/elsewhere/nubex
@@ -128,7 +129,7 @@ echo "[install test] moved the prefix to $moved"
 check_layout "$moved"
 clean "$moved/bin/nubex-scan" --categories "8337, 9112" "$samples/sign.png" >"$work/scan.out" 2>"$work/scan.err" ||
   fail "nubex-scan fails after the move"
-expect "moved nubex-scan" "$work/scan.out" '"text_details":\[.*since'
+expect "moved nubex-scan" "$work/scan.out" '^\{"path":"[^"]*sign\.png","document":\{.*"text_details":\[.*since'
 check_c_host "$moved" moved
 check_cpp_host "$moved" moved
 

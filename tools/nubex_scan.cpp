@@ -1,28 +1,54 @@
-// nubex-scan: scans image files with the engine's C interface and prints the
-// result documents.
+// nubex-scan: scans pictures with the engine's C interface and writes one JSON
+// line per picture (JSON Lines).
+//
+// Standard output belongs to the JSON stream. The engine writes its console
+// lines ("[ INFO ] ...", "[ WARNING ] ...", worker exception lines) to the
+// process's standard output (file descriptor 1), from any thread. The tool
+// owns its process, so at start-up it keeps a duplicate of descriptor 1 for
+// its own output and points descriptor 1 at standard error: whatever the
+// engine prints lands there, never between two JSON lines.
 #include <algorithm>
+#include <atomic>
+#include <cctype>
 #include <cerrno>
-#include <charconv>
+#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <mutex>
+#include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 
 #include "nubex_engine.h"
 #include "tools/annotate.h"
 
 namespace {
+
+namespace fs = std::filesystem;
+
+// Exit statuses.
+constexpr int kAllScanned = 0;
+constexpr int kSomeFailed = 1;
+constexpr int kBadUsage = 2;
 
 // Pictures with more pixels are refused before they are decoded.
 constexpr std::uint64_t kDefaultMaxPixels = 100'000'000;
@@ -31,91 +57,142 @@ constexpr std::uint64_t kDefaultMaxPixels = 100'000'000;
 // with more pixels than this variable allows.
 constexpr const char* kDecoderLimitVariable = "OPENCV_IO_MAX_IMAGE_PIXELS";
 
+// What OpenCV's decoders read, as file name extensions.
+constexpr const char* kDefaultExtensions = "bmp,dib,jpeg,jpg,jpe,jp2,png,webp,pbm,pgm,ppm,pxm,pnm,tif,tiff,sr,ras,exr,hdr,pic";
+
 struct Options {
     std::vector<std::string> inputs;
     std::vector<std::string> resourceDirectories;
-    std::string categories;
-    bool categoriesGiven = false;
+    std::optional<std::string> categories;
     bool listCategories = false;
     bool details = false;
+    bool version = false;
+    bool recursive = false;
+    bool readStdin = false;
     float textThreshold = 50.0f;
     std::uint64_t maxPixels = kDefaultMaxPixels;
-    std::string annotatePath;
+    std::string extensions = kDefaultExtensions;
+    std::string annotateDirectory;
+    std::string outputPath;
+    unsigned jobs = 0;  // 0: the engine's number of throughput streams
 };
 
-void usage() {
-    std::cerr << "usage: nubex-scan [options] IMAGE|FOLDER...\n"
-                 "  --categories LIST     comma-separated category identifiers (default: all)\n"
-                 "  --resources DIR       add a resource directory (repeatable)\n"
-                 "  --list-categories     print the scannable categories\n"
-                 "  --details             print the resource sets\n"
-                 "  --text-threshold T    text-presence threshold in percent (default 50)\n"
-                 "  --max-pixels N        refuse pictures of more than N pixels, as their header\n"
-                 "                        gives them, before decoding (default 100000000)\n"
-                 "  --annotate OUT.png    draw the faces and lines of text found over the image\n"
-                 "                        (OUT-2.png, OUT-3.png ... for further images)\n"
-                 "A folder stands for its regular files, in name order (not its subfolders).\n"
-                 "Anything else that is not a regular file (after following links) is skipped\n"
-                 "with a note on standard error. The exit status is 1 when a named input was\n"
-                 "skipped or a picture could not be read or was refused.\n";
+// One picture to scan, or an input that failed before it could be scanned.
+struct Item {
+    std::string path;
+    std::string error;       // set: reported as is, not scanned
+    std::string annotation;  // where its annotated copy goes, when asked
+};
+
+std::string lowerCase(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
 }
 
-// A whole decimal number above 0.
-bool parseCount(const char* text, std::uint64_t& count) {
-    const char* end = text + std::strlen(text);
-    const auto [stop, error] = std::from_chars(text, end, count);
-    return error == std::errc() && stop == end && count > 0;
+std::string trimmed(const std::string& text) {
+    const auto first = text.find_first_not_of(" \t");
+    if (first == std::string::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-bool parseOptions(int argc, char** argv, Options& options) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string argument = argv[i];
-        auto value = [&](const char* name) -> const char* {
-            if (i + 1 >= argc) {
-                std::cerr << "nubex-scan: " << name << " needs a value\n";
-                return nullptr;
-            }
-            return argv[++i];
-        };
-        if (argument == "--categories") {
-            const char* list = value("--categories");
-            if (list == nullptr) return false;
-            options.categories = list;
-            options.categoriesGiven = true;
-        } else if (argument == "--resources") {
-            const char* directory = value("--resources");
-            if (directory == nullptr) return false;
-            options.resourceDirectories.push_back(directory);
-        } else if (argument == "--text-threshold") {
-            const char* threshold = value("--text-threshold");
-            if (threshold == nullptr) return false;
-            options.textThreshold = std::strtof(threshold, nullptr);
-        } else if (argument == "--max-pixels") {
-            const char* count = value("--max-pixels");
-            if (count == nullptr) return false;
-            if (!parseCount(count, options.maxPixels)) {
-                std::cerr << "nubex-scan: --max-pixels needs a whole number above 0, not " << count << "\n";
-                return false;
-            }
-        } else if (argument == "--annotate") {
-            const char* path = value("--annotate");
-            if (path == nullptr) return false;
-            options.annotatePath = path;
-        } else if (argument == "--list-categories") {
-            options.listCategories = true;
-        } else if (argument == "--details") {
-            options.details = true;
-        } else if (argument == "--help" || argument == "-h") {
-            usage();
-            std::exit(0);
-        } else if (argument.rfind("--", 0) == 0) {
-            std::cerr << "nubex-scan: unknown option " << argument << "\n";
-            return false;
-        } else {
-            options.inputs.push_back(argument);
-        }
+std::vector<std::string> splitList(const std::string& list) {
+    std::vector<std::string> parts;
+    std::size_t start = 0;
+    while (true) {
+        const std::size_t comma = list.find(',', start);
+        parts.push_back(trimmed(list.substr(start, comma - start)));
+        if (comma == std::string::npos) return parts;
+        start = comma + 1;
     }
-    return true;
+}
+
+// The extensions as lower-case names without their dot; empty: every file.
+std::set<std::string> extensionSet(const std::string& list) {
+    std::set<std::string> extensions;
+    for (std::string part : splitList(list)) {
+        if (part == "*") return {};
+        if (!part.empty() && part.front() == '.') part.erase(0, 1);
+        if (!part.empty()) extensions.insert(lowerCase(part));
+    }
+    return extensions;
+}
+
+// Whole decimal numbers above 0, without sign or spaces.
+const CLI::Validator kCount(
+    [](const std::string& text) -> std::string {
+        const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+        if (!digits || text.find_first_not_of('0') == std::string::npos) return "needs a whole number above 0, not " + text;
+        return {};
+    },
+    "", "count");
+
+// At least one extension, or '*'.
+const CLI::Validator kExtensions(
+    [](const std::string& text) -> std::string {
+        if (trimmed(text) == "*" || !extensionSet(text).empty()) return {};
+        return "needs file name extensions (e.g. png,jpg) or '*', not '" + text + "'";
+    },
+    "", "extensions");
+
+// Fills options from the command line. Returns the exit status when the run
+// ends here (help, or a usage error already reported).
+std::optional<int> parseOptions(int argc, char** argv, Options& options) {
+    CLI::App app("Scans pictures with NubexEngine and writes one JSON line per picture:\n"
+                 "  {\"path\": ..., \"document\": {...}} or {\"path\": ..., \"error\": ...}\n"
+                 "in the order of the inputs. The engine's console lines go to standard error.\n"
+                 "Exit status: 0 every picture scanned, 1 some failed, 2 bad usage.",
+                 "nubex-scan");
+    app.add_option("inputs", options.inputs,
+                   "pictures and folders to scan; '-' reads a list of paths, one a line, from standard input")
+        ->type_name("PICTURE|FOLDER|-");
+    app.add_option("--categories", options.categories,
+                   "comma-separated category identifiers to scan (default: all; see --list-categories)")
+        ->type_name("LIST");
+    app.add_option("--resources", options.resourceDirectories, "add a resource directory (repeatable)")
+        ->type_name("DIR")
+        ->allow_extra_args(false);
+    app.add_flag("--list-categories", options.listCategories, "print the scannable categories, one a line");
+    app.add_flag("--details", options.details, "print the resource sets, one a line");
+    app.add_option("--text-threshold", options.textThreshold,
+                   "text-presence score in percent above which text is read")
+        ->type_name("T")
+        ->capture_default_str();
+    app.add_option("--max-pixels", options.maxPixels,
+                   "refuse pictures of more than this many pixels, as their header gives them, before decoding")
+        ->type_name("N")
+        ->capture_default_str()
+        ->check(kCount);
+    app.add_flag("-r,--recursive", options.recursive, "scan the pictures of subfolders too");
+    app.add_option("--ext", options.extensions,
+                   "comma-separated file name extensions taken from folders ('*': every file); files named "
+                   "directly are always scanned")
+        ->type_name("LIST")
+        ->capture_default_str()
+        ->check(kExtensions);
+    app.add_flag("--stdin", options.readStdin, "read further paths from standard input, one a line");
+    app.add_option("-j,--jobs", options.jobs,
+                   "pictures scanned at once (default: the engine's number of throughput streams)")
+        ->type_name("N")
+        ->check(kCount & CLI::Range(1u, 256u).description(""));
+    app.add_option("-o,--output", options.outputPath, "write the JSON lines to this file instead of standard output")
+        ->type_name("FILE");
+    app.add_option("--annotate", options.annotateDirectory,
+                   "draw the faces and lines of text found into DIR/<stem>.annotated.png (DIR is created; "
+                   "<stem>-2, -3... when several pictures share a stem)")
+        ->type_name("DIR");
+    app.add_flag("--version", options.version, "print the tool's and the engine's versions");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        const int status = app.exit(error);  // help (0) or the reason on standard error
+        return status == 0 ? kAllScanned : kBadUsage;
+    }
+    if (options.inputs.empty() && !options.readStdin && !options.details && !options.listCategories &&
+        !options.version) {
+        std::cerr << "nubex-scan: no picture given\n" << app.help();
+        return kBadUsage;
+    }
+    return std::nullopt;
 }
 
 // OpenCV reads its decoders' pixel limit once, as its library loads. When the
@@ -130,57 +207,106 @@ void startWithDecoderLimit(std::uint64_t maxPixels, char** argv) {
               << "); pictures are checked once decoded\n";
 }
 
-void noteSkipped(const std::string& path, const std::string& reason) {
-    std::cerr << "nubex-scan: skipped " << path << ": " << reason << "\n";
+// Keeps the process's standard output for the tool and points descriptor 1,
+// where the engine writes its console lines, at standard error. Returns the
+// tool's stream, or null when the descriptors cannot be arranged.
+std::FILE* takeStandardOutput() {
+    std::cout.flush();
+    std::fflush(stdout);
+    const int kept = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+    if (kept < 0 || ::dup2(STDERR_FILENO, STDOUT_FILENO) < 0) return nullptr;
+    return ::fdopen(kept, "w");
 }
 
-// Adds the regular files of a folder in name order. Subfolders are left out,
-// other entries are skipped with a note. False when the folder cannot be read.
-bool addFolder(const std::string& folder, std::vector<std::string>& files) {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    std::vector<std::string> found;
-    for (fs::directory_iterator entry(folder, error); !error && entry != fs::directory_iterator();
-         entry.increment(error)) {
-        const std::string path = entry->path().string();
-        std::error_code statusError;
-        const fs::file_status status = fs::status(entry->path(), statusError);  // follows links
-        if (statusError) {
-            noteSkipped(path, statusError.message());
-        } else if (fs::is_regular_file(status)) {
-            found.push_back(path);
-        } else if (!fs::is_directory(status)) {
-            noteSkipped(path, "not a regular file");
-        }
-    }
-    if (error) noteSkipped(folder, error.message());
-    std::sort(found.begin(), found.end());
-    files.insert(files.end(), found.begin(), found.end());
-    return !error;
-}
+// Collects the pictures to scan, in the order given; folders in name order.
+class InputCollector {
+public:
+    InputCollector(const Options& options, std::vector<Item>& items)
+        : recursive_(options.recursive), extensions_(extensionSet(options.extensions)), items_(items) {}
 
-// The files named directly and those of the named folders; the number of
-// named inputs skipped. Nothing here throws.
-std::vector<std::string> expandInputs(const std::vector<std::string>& inputs, int& skipped) {
-    namespace fs = std::filesystem;
-    std::vector<std::string> files;
-    for (const auto& input : inputs) {
+    // A path named on the command line or read from standard input. Nothing
+    // here throws.
+    void addNamed(const std::string& path) {
         std::error_code error;
-        const fs::file_status status = fs::status(input, error);  // follows links
+        const fs::file_status status = fs::status(path, error);  // follows links
         if (error) {
-            noteSkipped(input, error.message());
-            ++skipped;
+            items_.push_back({path, error.message(), {}});
         } else if (fs::is_directory(status)) {
-            if (!addFolder(input, files)) ++skipped;
+            addFolder(path);
         } else if (fs::is_regular_file(status)) {
-            files.push_back(input);
+            items_.push_back({path, {}, {}});
         } else {
-            noteSkipped(input, "not a regular file");
-            ++skipped;
+            items_.push_back({path, "not a regular file", {}});
         }
     }
-    return files;
-}
+
+    void addList(std::istream& in) {
+        std::string line;
+        while (std::getline(in, line)) {
+            if (!line.empty() && line.back() == '\r') line.pop_back();
+            if (!line.empty()) addNamed(line);
+        }
+    }
+
+private:
+    static void note(const std::string& path, const std::string& reason) {
+        std::cerr << "nubex-scan: skipped " << path << ": " << reason << "\n";
+    }
+
+    bool wanted(const fs::path& path) const {
+        if (extensions_.empty()) return true;
+        const std::string extension = path.extension().string();
+        return extension.size() > 1 && extensions_.count(lowerCase(extension.substr(1))) > 0;
+    }
+
+    // The folder's pictures and, when recursive, those of its subfolders, all
+    // in name order. Entries of other kinds are skipped with a note; a folder
+    // that cannot be read is reported as failed.
+    void addFolder(const std::string& folder) {
+        struct stat identity{};
+        if (::stat(folder.c_str(), &identity) == 0 &&
+            !visited_.insert({identity.st_dev, identity.st_ino}).second) {
+            note(folder, "a folder already scanned (a link loop?)");
+            return;
+        }
+        std::error_code error;
+        std::vector<fs::path> entries;
+        for (fs::directory_iterator entry(folder, error); !error && entry != fs::directory_iterator();
+             entry.increment(error)) {
+            entries.push_back(entry->path());
+        }
+        if (error) {
+            items_.push_back({folder, "cannot read the folder: " + error.message(), {}});
+            return;
+        }
+        std::sort(entries.begin(), entries.end());
+        for (const auto& entry : entries) {
+            const std::string path = entry.string();
+            std::error_code statusError;
+            const fs::file_status status = fs::status(entry, statusError);  // follows links
+            if (!statusError && fs::is_directory(status)) {
+                if (recursive_) {
+                    addFolder(path);
+                } else {
+                    note(path, "a subfolder (--recursive scans them)");
+                }
+            } else if (!wanted(entry)) {
+                continue;
+            } else if (statusError) {
+                note(path, statusError.message());
+            } else if (fs::is_regular_file(status)) {
+                items_.push_back({path, {}, {}});
+            } else {
+                note(path, "not a regular file");
+            }
+        }
+    }
+
+    bool recursive_;
+    std::set<std::string> extensions_;
+    std::vector<Item>& items_;
+    std::set<std::pair<dev_t, ino_t>> visited_;
+};
 
 std::vector<std::string> categoryLines() {
     char** lines = nullptr;
@@ -194,18 +320,55 @@ std::vector<std::string> categoryLines() {
     return copy;
 }
 
-std::string allCategories() {
-    std::string list;
+// The list to give the engine: every known category, or the requested ones
+// once each is checked against the known ones. Empty with a message on
+// standard error when the request names an unknown or malformed identifier.
+std::optional<std::string> categoryList(const std::optional<std::string>& requested) {
+    std::set<std::string> known;
+    std::string all;
     for (const auto& line : categoryLines()) {
-        if (!list.empty()) list += ',';
-        list += line.substr(0, line.find('\t'));
+        const std::string identifier = line.substr(0, line.find('\t'));
+        known.insert(identifier);
+        all += (all.empty() ? "" : ",") + identifier;
+    }
+    if (!requested) return all;
+    std::string list;
+    for (auto token : splitList(*requested)) {
+        const bool decimal = !token.empty() &&
+                             std::all_of(token.begin(), token.end(), [](unsigned char c) { return std::isdigit(c); });
+        if (!decimal) {
+            std::cerr << "nubex-scan: --categories: '" << token
+                      << "' is not a category identifier (comma-separated decimal numbers, e.g. 8337,9112)\n";
+            return std::nullopt;
+        }
+        token.erase(0, std::min(token.find_first_not_of('0'), token.size() - 1));  // 014 is 14
+        if (known.count(token) == 0) {
+            std::cerr << "nubex-scan: --categories: no category " << token
+                      << " in the resources (--list-categories lists them)\n";
+            return std::nullopt;
+        }
+        list += (list.empty() ? "" : ",") + token;
     }
     return list;
 }
 
-std::string pixelLimitRefusal(const std::string& path, std::uint64_t maxPixels) {
-    return "refused " + path + ": the picture has more than " + std::to_string(maxPixels) +
-           " pixels, the limit (--max-pixels)";
+// DIR/<stem>.annotated.png for each picture; a counter after the stem keeps
+// the names of pictures with the same stem apart.
+void nameAnnotations(std::vector<Item>& items, const std::string& directory) {
+    std::set<std::string> taken;
+    for (auto& item : items) {
+        if (!item.error.empty()) continue;
+        const std::string stem = fs::path(item.path).stem().string();
+        std::string name = stem + ".annotated.png";
+        for (int counter = 2; !taken.insert(name).second; ++counter) {
+            name = stem + "-" + std::to_string(counter) + ".annotated.png";
+        }
+        item.annotation = (fs::path(directory) / name).string();
+    }
+}
+
+std::string pixelLimitRefusal(std::uint64_t maxPixels) {
+    return "refused: the picture has more than " + std::to_string(maxPixels) + " pixels, the limit (--max-pixels)";
 }
 
 // Decodes the picture unless the size its header gives is above the limits.
@@ -215,13 +378,12 @@ cv::Mat readPicture(const std::string& path, std::uint64_t maxPixels) {
         image = cv::imread(path, cv::IMREAD_COLOR);
     } catch (const cv::Exception& error) {
         if (error.func != "validateInputImageSize") throw;
-        if (error.err.find("PIXELS") != std::string::npos) throw std::runtime_error(pixelLimitRefusal(path, maxPixels));
-        throw std::runtime_error("refused " + path + ": its width or height is beyond what the decoders take (" +
-                                 error.err + ")");
+        if (error.err.find("PIXELS") != std::string::npos) throw std::runtime_error(pixelLimitRefusal(maxPixels));
+        throw std::runtime_error("refused: its width or height is beyond what the decoders take (" + error.err + ")");
     }
-    if (image.empty()) throw std::runtime_error("cannot read image: " + path);
+    if (image.empty()) throw std::runtime_error("cannot read the picture");
     if (static_cast<std::uint64_t>(image.cols) * static_cast<std::uint64_t>(image.rows) > maxPixels) {
-        throw std::runtime_error(pixelLimitRefusal(path, maxPixels));
+        throw std::runtime_error(pixelLimitRefusal(maxPixels));
     }
     return image;
 }
@@ -241,76 +403,186 @@ std::vector<std::uint8_t> pixelBuffer(const cv::Mat& image) {
     return buffer;
 }
 
-// OUT.png for the first image, OUT-2.png, OUT-3.png ... for the others.
-std::string annotationPath(const std::string& path, std::size_t index) {
-    if (index == 0) return path;
-    const std::filesystem::path base(path);
-    return (base.parent_path() / (base.stem().string() + "-" + std::to_string(index + 1) + base.extension().string()))
-        .string();
+struct ScanSettings {
+    std::string categories;
+    float textThreshold = 50.0f;
+    std::uint64_t maxPixels = kDefaultMaxPixels;
+};
+
+// One JSON line (without its line end) for the item; error receives the
+// failure it reports, if any.
+std::string scanLine(const Item& item, const ScanSettings& settings, std::string& error) {
+    rapidjson::StringBuffer text;
+    rapidjson::Writer<rapidjson::StringBuffer> line(text);
+    line.StartObject();
+    line.Key("path");
+    line.String(item.path.c_str(), static_cast<rapidjson::SizeType>(item.path.size()));
+    error = item.error;
+    if (error.empty()) {
+        try {
+            const cv::Mat image = readPicture(item.path, settings.maxPixels);
+            // The engine takes the buffer's size as a 32-bit number.
+            const std::uint64_t size = pixelBufferSize(image);
+            if (size > static_cast<std::uint64_t>(INT32_MAX)) {
+                throw std::runtime_error("refused: its pixel buffer of " + std::to_string(size) +
+                                         " bytes is larger than a scan takes (" + std::to_string(INT32_MAX) +
+                                         " bytes)");
+            }
+            const auto buffer = pixelBuffer(image);
+            std::vector<float> scores(settings.categories.size() + 1, 0.0f);
+            char* answer = ScanImage(buffer.data(), static_cast<int32_t>(buffer.size()), image.cols, image.rows,
+                                     settings.categories.c_str(), scores.data(), settings.textThreshold);
+            const std::string document = answer != nullptr ? answer : "";
+            ReleaseNubexMemory(answer);
+            rapidjson::Document parsed;
+            if (parsed.Parse<rapidjson::kParseFullPrecisionFlag>(document.c_str()).HasParseError() ||
+                !parsed.IsObject()) {
+                throw std::runtime_error("the engine's answer is not a JSON object: " + document);
+            }
+            line.Key("document");
+            parsed.Accept(line);
+            if (!item.annotation.empty()) {
+                if (cv::imwrite(item.annotation, Tools::annotate(image, document))) {
+                    line.Key("annotated");
+                    line.String(item.annotation.c_str(), static_cast<rapidjson::SizeType>(item.annotation.size()));
+                } else {
+                    error = "cannot write " + item.annotation;
+                }
+            }
+        } catch (const std::exception& exception) {
+            error = exception.what();
+        }
+    }
+    if (!error.empty()) {
+        line.Key("error");
+        line.String(error.c_str(), static_cast<rapidjson::SizeType>(error.size()));
+    }
+    line.EndObject();
+    return text.GetString();
 }
 
-std::string scanFile(const std::string& path, const std::string& categories, float threshold,
-                     std::uint64_t maxPixels, const std::string& annotation) {
-    const cv::Mat image = readPicture(path, maxPixels);
-    // The engine takes the buffer's size as a 32-bit number.
-    const std::uint64_t size = pixelBufferSize(image);
-    if (size > static_cast<std::uint64_t>(INT32_MAX)) {
-        throw std::runtime_error("refused " + path + ": its pixel buffer of " + std::to_string(size) +
-                                 " bytes is larger than a scan takes (" + std::to_string(INT32_MAX) + " bytes)");
+// Scans the items from `jobs` threads and writes their lines in the items'
+// order, each as soon as it and those before it are done. Returns the number
+// of failed items, or -1 when the output could not be written.
+int scanAll(const std::vector<Item>& items, const ScanSettings& settings, unsigned jobs, std::FILE* out) {
+    std::vector<std::optional<std::string>> lines(items.size());
+    std::vector<char> failed(items.size(), 0);
+    std::mutex mutex;
+    std::condition_variable done;
+    std::atomic<std::size_t> next{0};
+    auto work = [&] {
+        for (std::size_t i = next++; i < items.size(); i = next++) {
+            if (items.size() > 1) {
+                std::lock_guard<std::mutex> lock(mutex);
+                std::cerr << "[" << i + 1 << "/" << items.size() << "] " << items[i].path << "\n";
+            }
+            std::string error;
+            std::string line = scanLine(items[i], settings, error);
+            std::lock_guard<std::mutex> lock(mutex);
+            if (!error.empty()) std::cerr << "nubex-scan: " << items[i].path << ": " << error << "\n";
+            lines[i] = std::move(line);
+            failed[i] = !error.empty();
+            done.notify_all();
+        }
+    };
+    std::vector<std::thread> workers;
+    for (unsigned i = 0; i < std::min<std::size_t>(jobs, items.size()); ++i) workers.emplace_back(work);
+    int failures = 0;
+    bool written = true;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        std::string line;
+        {
+            std::unique_lock<std::mutex> lock(mutex);
+            done.wait(lock, [&] { return lines[i].has_value(); });
+            line = std::move(*lines[i]);
+            failures += failed[i];
+        }
+        line += '\n';
+        written = written && std::fwrite(line.data(), 1, line.size(), out) == line.size() && std::fflush(out) == 0;
     }
-    const auto buffer = pixelBuffer(image);
-    std::vector<float> scores(categories.size() + 1, 0.0f);
-    char* document = ScanImage(buffer.data(), static_cast<int32_t>(buffer.size()), image.cols, image.rows,
-                               categories.c_str(), scores.data(), threshold);
-    std::string text = document != nullptr ? document : "";
-    ReleaseNubexMemory(document);
-    if (!annotation.empty() && !cv::imwrite(annotation, Tools::annotate(image, text))) {
-        throw std::runtime_error("cannot write " + annotation);
-    }
-    return text;
+    for (auto& worker : workers) worker.join();
+    return written ? failures : -1;
+}
+
+void writeText(std::FILE* out, const std::string& text) {
+    std::fwrite(text.data(), 1, text.size(), out);
+    std::fflush(out);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     Options options;
-    if (!parseOptions(argc, argv, options)) {
-        usage();
-        return 2;
-    }
-    if (options.inputs.empty() && !options.details && !options.listCategories) {
-        usage();
-        return 2;
-    }
+    if (const auto status = parseOptions(argc, argv, options)) return *status;
     startWithDecoderLimit(options.maxPixels, argv);
-    int failures = 0;
-    const auto files = expandInputs(options.inputs, failures);
-    if (files.empty() && !options.details && !options.listCategories) return failures == 0 ? 0 : 1;
+
+    std::FILE* console = takeStandardOutput();
+    if (console == nullptr) {
+        std::cerr << "nubex-scan: cannot set standard output aside: " << std::strerror(errno) << "\n";
+        return kBadUsage;
+    }
+    if (options.version) {
+        char* engine = GetNubexEngineVersion();
+        writeText(console, std::string("nubex-scan ") + NUBEX_SCAN_VERSION + "\n" + engine + "\n");
+        ReleaseNubexMemory(engine);
+        return kAllScanned;
+    }
+
     for (const auto& directory : options.resourceDirectories) SetNubexResourceDirectory(directory.c_str());
-    InitializeNubexEngine();
+    const std::uint32_t streams = InitializeNubexEngine();
     if (options.details) {
         char* details = GetNubexResourcesDetails();
-        std::cout << details;
+        writeText(console, details);
         ReleaseNubexMemory(details);
     }
     if (options.listCategories) {
-        for (const auto& line : categoryLines()) std::cout << line << "\n";
+        for (const auto& line : categoryLines()) writeText(console, line + "\n");
     }
-    const std::string categories = options.categoriesGiven ? options.categories : allCategories();
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        if (files.size() > 1) std::cerr << "[" << i + 1 << "/" << files.size() << "] " << files[i] << "\n";
-        try {
-            const std::string annotation =
-                options.annotatePath.empty() ? std::string() : annotationPath(options.annotatePath, i);
-            const std::string document =
-                scanFile(files[i], categories, options.textThreshold, options.maxPixels, annotation);
-            if (files.size() > 1) std::cout << files[i] << "\t";
-            std::cout << document << std::endl;
-        } catch (const std::exception& error) {
-            std::cerr << "nubex-scan: " << error.what() << "\n";
-            ++failures;
+    const auto categories = categoryList(options.categories);
+    if (!categories) return kBadUsage;
+
+    std::vector<Item> items;
+    InputCollector collector(options, items);
+    bool stdinRead = false;
+    for (const auto& input : options.inputs) {
+        if (input == "-") {
+            if (!stdinRead) collector.addList(std::cin);
+            stdinRead = true;
+        } else {
+            collector.addNamed(input);
         }
     }
+    if (options.readStdin && !stdinRead) collector.addList(std::cin);
+
+    if (!options.annotateDirectory.empty()) {
+        std::error_code error;
+        fs::create_directories(options.annotateDirectory, error);
+        if (error) {
+            std::cerr << "nubex-scan: cannot create " << options.annotateDirectory << ": " << error.message() << "\n";
+            return kBadUsage;
+        }
+        nameAnnotations(items, options.annotateDirectory);
+    }
+    std::FILE* out = console;
+    if (!options.outputPath.empty()) {
+        out = std::fopen(options.outputPath.c_str(), "w");
+        if (out == nullptr) {
+            std::cerr << "nubex-scan: cannot write " << options.outputPath << ": " << std::strerror(errno) << "\n";
+            return kBadUsage;
+        }
+    }
+
+    const ScanSettings settings{*categories, options.textThreshold, options.maxPixels};
+    const unsigned jobs = options.jobs != 0 ? options.jobs : std::max<std::uint32_t>(streams, 1);
+    const int failures = scanAll(items, settings, jobs, out);
     DeInitializeNubexEngine(-1);
-    return failures == 0 ? 0 : 1;
+    if (out != console && std::fclose(out) != 0) {
+        std::cerr << "nubex-scan: cannot write " << options.outputPath << "\n";
+        return kSomeFailed;
+    }
+    if (failures < 0) {
+        std::cerr << "nubex-scan: cannot write the results\n";
+        return kSomeFailed;
+    }
+    return failures == 0 ? kAllScanned : kSomeFailed;
 }
