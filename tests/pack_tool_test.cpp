@@ -220,10 +220,20 @@ TEST_F(PackAgainst, ReportsSetNameClashes) {
     const ToolRun second = verifyPack("8400, Faces Second, 1.0", "0,Background\n8337,Face\n", 1);
     EXPECT_EQ(second.status, 0) << second.output;
     EXPECT_TRUE(mentions(second.output, "warning: set-name clash: the pack's name \"Faces Second\" starts with "
-                                        "\"Faces\"") &&
-                mentions(second.output, "it becomes the second stage of 8337"))
+                                        "\"Faces\", as the installed set \"Faces\" does (sets are formed by the "
+                                        "first word of the name), so the pack joins that set as its group 1 (second "
+                                        "stage) member. If that is not meant"))
         << second.output;
     EXPECT_FALSE(mentions(second.output, "category shadowed")) << "a second stage repeats its set's categories";
+
+    // A classifier's empty second-stage slot: the pack would rescore it.
+    const ToolRun stage = verifyPack("102, Vision Extra, 1.0", "0,Background\n14,Drinks\n", 1);
+    EXPECT_EQ(stage.status, 1) << "slot 1 of the Vision set is taken by 101";
+    EXPECT_TRUE(mentions(stage.output, "replacing 101 \"Vision Lite\" 1.0 as the second stage of 100"))
+        << stage.output;
+    const ToolRun extra = verifyPack("103, Vision Extra, 1.0", "0,Background\n90,Extra\n", 2);
+    EXPECT_EQ(extra.status, 0) << extra.output;
+    EXPECT_TRUE(mentions(extra.output, "so the pack joins that set as its group 2 member")) << extra.output;
 }
 
 TEST_F(PackAgainst, ReportsShadowedCategories) {

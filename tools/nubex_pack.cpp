@@ -399,6 +399,10 @@ void checkIdentifier(const Comparison& comparison, const Verified& pack, int gro
     }
 }
 
+// Only a classifier's set member of group 1 rescores it (the text and face
+// workers run their own networks).
+bool isClassifier(std::uint32_t identifier) { return Resources::kindOf(identifier) == ResourceKind::Classifier; }
+
 // Same first word: the pack joins the installed set and takes its group's slot.
 void checkSet(const Comparison& comparison, const Verified& pack, int group, Findings& findings) {
     const std::string_view word = Resources::firstWord(pack.details.name);
@@ -412,10 +416,10 @@ void checkSet(const Comparison& comparison, const Verified& pack, int group, Fin
                                   "set as its " + groupRole(group) + " member";
         if (previous == 0) {
             std::string first;
-            if (group == 1 && set.identifiers[0] != 0) {
+            if (group == 1 && set.identifiers[0] != 0 && isClassifier(set.identifiers[0])) {
                 first = ": it becomes the second stage of " + std::to_string(set.identifiers[0]) +
                         ", whose uncertain scores (1 to 99) are then rescored by the pack's network";
-            } else if (group == 0 && set.identifiers[1] != 0) {
+            } else if (group == 0 && set.identifiers[1] != 0 && isClassifier(pack.details.identifier)) {
                 first = ": the set's second stage " + std::to_string(set.identifiers[1]) +
                         " then rescores the pack's uncertain scores (1 to 99)";
             }
@@ -424,8 +428,10 @@ void checkSet(const Comparison& comparison, const Verified& pack, int group, Fin
         }
         const Resources::ResourceInfo* replaced = comparison.installed().findRecord(previous);
         std::string consequence = "replacing " + (replaced != nullptr ? describe(*replaced) : std::to_string(previous));
-        if (group == 1) consequence += " as the second stage of " + std::to_string(set.identifiers[0]);
-        if (group == 0 && set.identifiers[1] != 0) {
+        if (group == 1 && isClassifier(set.identifiers[0])) {
+            consequence += " as the second stage of " + std::to_string(set.identifiers[0]);
+        }
+        if (group == 0 && set.identifiers[1] != 0 && isClassifier(pack.details.identifier)) {
             consequence += "; the set's second stage " + std::to_string(set.identifiers[1]) +
                            " would then rescore the pack's uncertain scores";
         }
