@@ -56,30 +56,50 @@ std::string shapeText(const ov::PartialShape& shape) {
 std::string checkImageInput(const Inference::LoadedModel& model) {
     const std::size_t channels = model.inputDimension(1);
     if (model.inputShape.size() != 4 || (channels != 1 && channels != 3)) {
-        return "the input must be [1, 1 or 3, H, W], but is " + shapeText(model.inputShape);
+        return "the input is " + shapeText(model.inputShape) +
+               ", but the engine feeds one picture as [1, C, H, W] with C = 1 (grey) or 3 (BGR)";
     }
     return {};
 }
 
 std::string checkClassifier(const Inference::LoadedModel& model, const Resources::ClassTable& table) {
     const auto outputs = model.compiled.outputs();
-    if (outputs.size() != 1) return "a classifier must have exactly 1 output, but has " + std::to_string(outputs.size());
+    if (outputs.size() != 1) {
+        return "a classifier must have exactly 1 output (its class probabilities), but has " +
+               std::to_string(outputs.size());
+    }
     const ov::PartialShape shape = outputs[0].get_partial_shape();
     if (shape.is_dynamic() || shape.size() == 0 || shape[0].get_length() == 0) {
-        return "the classifier output must have a static shape with a batch, but is " + shapeText(shape);
+        return "the classifier output must have a static shape [1, classes], but is " + shapeText(shape);
     }
     const auto classes = static_cast<std::int64_t>(ov::shape_size(shape.to_shape())) / shape[0].get_length();
+    // Class-table line N is scored by output class N: every category line must be a class.
     std::int32_t lastLine = 0;
-    for (const auto& category : table.categories) lastLine = std::max(lastLine, category.line);
-    if (lastLine >= classes) {
-        return "the class table reads class " + std::to_string(lastLine) + " but the output has " +
-               std::to_string(classes) + " classes";
+    std::string beyond;
+    std::size_t beyondCount = 0;
+    for (const auto& category : table.categories) {
+        lastLine = std::max(lastLine, category.line);
+        if (category.line < classes) continue;
+        if (++beyondCount > 3) continue;
+        beyond += (beyond.empty() ? "line " : ", line ") + std::to_string(category.line) + " (category " +
+                  std::to_string(category.details.identifier) + " " + category.details.name + ") reads class " +
+                  std::to_string(category.line);
     }
-    return {};
+    if (beyondCount == 0) return {};
+    if (beyondCount > 3) beyond += " and " + std::to_string(beyondCount - 3) + " more";
+    const std::string last = std::to_string(classes - 1);
+    return "the class table has categories up to line " + std::to_string(lastLine) +
+           " (lines count from 0) but the network's output has " + std::to_string(classes) + " classes (0-" + last +
+           "): each class-table line is scored by the output class of the same number, and " + beyond +
+           (beyondCount == 1 ? ", which does not exist" : ", which do not exist");
 }
 
 std::string checkFace(const Inference::LoadedModel& model) {
-    if (model.compiled.outputs().size() != 1) return "a face network must have exactly 1 output [1, 1, N, 7]";
+    const std::size_t count = model.compiled.outputs().size();
+    if (count != 1) {
+        return "a face network must have exactly 1 output, a DetectionOutput [1, 1, N, 7], but has " +
+               std::to_string(count);
+    }
     return {};
 }
 
@@ -95,17 +115,26 @@ std::string checkTextDetection(const Inference::LoadedModel& model) {
         boxes = boxes || shape[1] == 5;
     }
     if ((pixels && links) || boxes) return {};
-    return "a text detector needs outputs of 2 and 16 channels (pixels and links) or one of 5 columns (boxes)";
+    std::string found;
+    for (const auto& output : model.compiled.outputs()) {
+        found += (found.empty() ? "" : ", ") + shapeText(output.get_partial_shape());
+    }
+    return "a text detector needs a pixel output [1, 2, H, W] and a link output [1, 16, H, W], or a box output "
+           "[N, 5], but its outputs are " + found;
 }
 
 std::string checkTextRecognition(const Inference::LoadedModel& model) {
     const std::string symbols = std::to_string(Resources::kAlphabet.size());
     const auto outputs = model.compiled.outputs();
-    if (outputs.size() != 1) return "a text recogniser must have exactly 1 output [T, 1, " + symbols + "]";
+    if (outputs.size() != 1) {
+        return "a text recogniser must have exactly 1 output [T, 1, " + symbols + "] (T steps, each scoring the " +
+               symbols + " symbols 0-9, a-z and the blank), but has " + std::to_string(outputs.size());
+    }
     const ov::PartialShape shape = outputs[0].get_partial_shape();
     if (shape.rank().is_dynamic() || shape.size() != 3 ||
         shape[2] != static_cast<std::int64_t>(Resources::kAlphabet.size())) {
-        return "the recogniser output must be [T, 1, " + symbols + "], but is " + shapeText(shape);
+        return "the recogniser output must be [T, 1, " + symbols + "] (T steps, each scoring the " + symbols +
+               " symbols 0-9, a-z and the blank), but is " + shapeText(shape);
     }
     return {};
 }
