@@ -35,6 +35,8 @@ try:
 except ImportError as error:  # pragma: no cover - depends on the environment
     raise ImportError("nubex.cluster needs Dask distributed: pip install 'nubex[cluster]'") from error
 
+from PIL import UnidentifiedImageError
+
 from ._engine import Engine, EngineError, ForkedEngineError
 
 PLUGIN_NAME = "nubex-engine"
@@ -177,7 +179,9 @@ def scan_batch(uris: Sequence[str], categories: Optional[str]) -> List[dict]:
             raise
         except EngineError as error:
             record["error"] = f"engine: {error}"
-        except Exception as error:  # pictures the package cannot decode, empty pictures, ...
+        except UnidentifiedImageError:
+            record["error"] = "unreadable: not a picture in a format the package decodes"
+        except Exception as error:  # truncated or empty pictures, ...
             record["error"] = f"unreadable: {type(error).__name__}: {error}"
         records.append(record)
     return records

@@ -4,14 +4,17 @@ import os
 import shutil
 import subprocess
 import sys
-from pathlib import Path
+from types import SimpleNamespace
 
 import pytest
+from PIL import Image
 
 pytest.importorskip("distributed")
 
 import nubex  # noqa: E402
 from nubex import cluster  # noqa: E402
+
+from conftest import RED  # noqa: E402
 
 
 class TestInputs:
@@ -38,6 +41,50 @@ class TestInputs:
     def test_lists_skip_blank_lines_and_comments(self):
         assert list(cluster.read_list(io.StringIO("# pictures\n a.png \n\nfile:///b.png\n"))) == [
             "a.png", "file:///b.png"]
+
+
+class TestBatches:
+    """A batch as a worker scans it, with the engine a worker plugin holds."""
+
+    @pytest.fixture
+    def plugin(self, engine, monkeypatch):
+        plugin = cluster.EngineWorkerPlugin()
+        plugin.engine = engine
+        worker = SimpleNamespace(address="tcp://127.0.0.1:1", plugins={cluster.PLUGIN_NAME: plugin})
+        monkeypatch.setattr(cluster, "get_worker", lambda: worker)
+        return plugin
+
+    def test_each_failure_is_recorded_and_the_batch_goes_on(self, plugin, engine, tmp_path):
+        Image.new("RGB", (8, 8), (255, 0, 0)).save(tmp_path / "red.png")
+        (tmp_path / "broken.png").write_bytes(b"not a picture")
+        paths = [str(tmp_path / name) for name in ("missing.png", "broken.png", "red.png")]
+        records = cluster.scan_batch(paths, str(RED))
+        assert [record["path"] for record in records] == paths
+        assert records[0]["error"].startswith("unreadable: FileNotFoundError")
+        assert records[1]["error"].startswith("unreadable: not a picture")
+        assert records[0]["document"] is None and records[1]["document"] is None
+        assert records[2]["error"] is None and records[2]["document"]["scan_result"] == [{"Red": 100.0}]
+        assert records[2]["engine"] == engine._process.pid
+
+    def test_engine_errors_are_recorded(self, plugin, tmp_path):
+        def fail(picture, categories):
+            raise nubex.EngineError("the engine process ended (exit status -9)")
+        plugin.engine = SimpleNamespace(_ended=None, _process=SimpleNamespace(pid=1), scan=fail)
+        Image.new("RGB", (8, 8)).save(tmp_path / "black.png")
+        [record] = cluster.scan_batch([str(tmp_path / "black.png")], None)
+        assert record["error"] == "engine: the engine process ended (exit status -9)"
+
+    def test_an_engine_whose_process_ended_is_replaced(self, plugin, colour_pack):
+        closed = []
+        plugin.resources = [str(colour_pack)]
+        plugin.engine = SimpleNamespace(_ended="the engine process ended", close=lambda: closed.append(True))
+        fresh = plugin.current()
+        try:
+            assert closed == [True] and isinstance(fresh, nubex.Engine)
+            assert plugin.current() is fresh
+            assert {category.name for category in fresh.categories} >= {"Red"}
+        finally:
+            fresh.close()
 
 
 @pytest.mark.skipif(not os.environ.get("NUBEX_TEST_CLUSTER"),
