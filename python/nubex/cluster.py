@@ -297,9 +297,8 @@ def main(argv: Optional[Sequence[str]] = None) -> int:
         where = "a local cluster"
     output = sys.stdout if arguments.output == "-" else open(arguments.output, "w", encoding="utf-8")
     try:
-        # Resource folders named on this machine's command line: absolute, as the workers of a
-        # local cluster see them; on a remote cluster they must exist at that path on every worker.
-        resources = [str(Path(directory).resolve()) for directory in arguments.resources]
+        # Absolute, as given (links kept): on a remote cluster each worker must have them at that path.
+        resources = [os.path.abspath(directory) for directory in arguments.resources]
         client.register_plugin(EngineWorkerPlugin(resources, text_threshold=arguments.text_threshold))
         if cluster is not None:
             client.wait_for_workers(arguments.workers)
