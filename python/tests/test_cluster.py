@@ -134,3 +134,27 @@ def test_scan_on_two_worker_processes(default_pack, tmp_path):
     summary = run.stderr.strip().splitlines()[-1]
     assert f"scanned {len(expected) + 1} pictures in " in summary
     assert " pictures/s) on 2 workers " in summary and f"{len(expected)} ok, 1 failed" in summary
+
+
+@pytest.mark.skipif(not os.environ.get("NUBEX_TEST_CLUSTER"),
+                    reason="starts a local cluster: scripts/test-cluster.sh sets NUBEX_TEST_CLUSTER=1")
+def test_scan_against_a_running_scheduler(default_pack, tmp_path):
+    """--scheduler: the workers of a cluster that is already running get their engines, scan, and
+    keep running after the command."""
+    from distributed import Client, LocalCluster
+    pack, samples = default_pack
+    pictures = sorted(samples.glob("*.png"))[:3]
+    output = tmp_path / "results.jsonl"
+    with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, host="127.0.0.1",
+                      dashboard_address=None) as running, Client(running) as client:
+        run = subprocess.run(
+            [sys.executable, "-m", "nubex.cluster", "scan", "--scheduler", running.scheduler_address,
+             "--resources", str(pack), "--categories", "Face", "--batch-size", "1", "--output", str(output)]
+            + [str(picture) for picture in pictures], capture_output=True, text=True, timeout=600)
+        assert run.returncode == 0, run.stderr
+        assert len(client.nthreads()) == 2
+    records = [json.loads(line) for line in output.read_text().splitlines()]
+    assert sorted(record["path"] for record in records) == [str(picture) for picture in pictures]
+    assert all(record["error"] is None and [*record["document"]["scan_result"][0]] == ["Face"]
+               for record in records)
+    assert "scanned 3 pictures in " in run.stderr
