@@ -170,7 +170,12 @@ def scan_batch(uris: Sequence[str], categories: Optional[str]) -> List[dict]:
             continue
         try:
             engine = plugin.current()
-            record["engine"] = engine._process.pid
+        except Exception as error:
+            record["error"] = f"engine: could not start: {type(error).__name__}: {error}"
+            records.append(record)
+            continue
+        record["engine"] = engine._process.pid
+        try:
             result = engine.scan(picture, categories)
             record["document"] = json.loads(result.document)
             if not result.ok:
@@ -185,6 +190,11 @@ def scan_batch(uris: Sequence[str], categories: Optional[str]) -> List[dict]:
             record["error"] = f"unreadable: {type(error).__name__}: {error}"
         records.append(record)
     return records
+
+
+def check_categories(categories: Optional[str]) -> str:
+    """Runs on a worker: the identifiers the categories name (ValueError for an unknown name)."""
+    return get_worker().plugins[PLUGIN_NAME].current()._category_list(categories)
 
 
 # -- the client -------------------------------------------------------------------
@@ -302,6 +312,11 @@ def main(argv: Optional[Sequence[str]] = None) -> int:
         client.register_plugin(EngineWorkerPlugin(resources, text_threshold=arguments.text_threshold))
         if cluster is not None:
             client.wait_for_workers(arguments.workers)
+        try:
+            client.submit(check_categories, arguments.categories, pure=False).result()
+        except ValueError as error:
+            print(f"python -m nubex.cluster: {error}", file=sys.stderr)
+            return 2
         summary = scan_pictures(client, _inputs(arguments), output, categories=arguments.categories,
                                 batch_size=arguments.batch_size, in_flight=arguments.in_flight)
         workers = len(client.nthreads())

@@ -140,7 +140,7 @@ def test_scan_on_two_worker_processes(default_pack, tmp_path):
                     reason="starts a local cluster: scripts/test-cluster.sh sets NUBEX_TEST_CLUSTER=1")
 def test_scan_against_a_running_scheduler(default_pack, tmp_path):
     """--scheduler: the workers of a cluster that is already running get their engines, scan, and
-    keep running after the command."""
+    keep running after the command; an unknown category name ends the command before any scan."""
     from distributed import Client, LocalCluster
     pack, samples = default_pack
     pictures = sorted(samples.glob("*.png"))[:3]
@@ -153,6 +153,12 @@ def test_scan_against_a_running_scheduler(default_pack, tmp_path):
             + [str(picture) for picture in pictures], capture_output=True, text=True, timeout=600)
         assert run.returncode == 0, run.stderr
         assert len(client.nthreads()) == 2
+        refused = subprocess.run(
+            [sys.executable, "-m", "nubex.cluster", "scan", "--scheduler", running.scheduler_address,
+             "--resources", str(pack), "--categories", "Face,Purple", "--output", str(tmp_path / "none.jsonl"),
+             str(pictures[0])], capture_output=True, text=True, timeout=600)
+        assert refused.returncode == 2 and "unknown category 'Purple'" in refused.stderr, refused.stderr
+        assert (tmp_path / "none.jsonl").read_text() == ""
     records = [json.loads(line) for line in output.read_text().splitlines()]
     assert sorted(record["path"] for record in records) == [str(picture) for picture in pictures]
     assert all(record["error"] is None and [*record["document"]["scan_result"][0]] == ["Face"]
