@@ -104,7 +104,7 @@ class TestConsole:
         tool = nubex.library_path().parent.parent / "bin" / "nubex-pack"
         subprocess.run([str(tool), "build", "--xml", str(tmp_path / "bad.xml"), "--bin", str(tmp_path / "bad.bin"),
                         "--details", "5100, Broken Thing, 1.0", "--classes", str(tmp_path / "classes.txt"),
-                        str(tmp_path / "res" / "broken")], check=True, capture_output=True)
+                        "--no-verify", str(tmp_path / "res" / "broken")], check=True, capture_output=True)
         capfd.readouterr()
         caplog.set_level(logging.DEBUG, logger="nubex.engine")
         with nubex.Engine(resources=[colour_pack, tmp_path / "res"]) as engine:
