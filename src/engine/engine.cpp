@@ -25,7 +25,7 @@ void appendMembers(const Resources::ResourceSet& set, std::vector<std::uint32_t>
 Engine::Engine(std::optional<std::string> defaultDirectory) : resourceUtils_(std::move(defaultDirectory)) {}
 
 std::uint32_t Engine::initialize() {
-    std::lock_guard<std::mutex> lock(engineInitialisationMutex_);
+    Base::MutexLock lock(engineInitialisationMutex_);
     if (initialised_.load()) return 0;
     const std::uint32_t streams = core_.setUp();
     // A failed set-up is not retried by a later call.
@@ -38,18 +38,18 @@ void Engine::deinitialize(std::int32_t category) {
     const auto identifiers = identifiersToRelease(category);
     // One hold of the loading lock: no network loads between the releases
     // and the shutdown, so no load is left working on a core being shut down.
-    std::lock_guard<std::mutex> loading(resourceLoadingMutex_);
+    Base::MutexLock loading(resourceLoadingMutex_);
     for (const auto identifier : identifiers) {
         if (const auto entry = entryOf(identifier)) release(*entry);
     }
     if (category != -1) return;
     {
         // Entries outside every set (replaced versions) may still hold networks.
-        std::shared_lock<std::shared_mutex> registry(registryMutex_);
+        Base::SharedLock registry(registryMutex_);
         for (const auto& entry : resourceDetails_) release(*entry);
     }
     // Serialised with initialisation, which a scan may start at any time.
-    std::lock_guard<std::mutex> initialisation(engineInitialisationMutex_);
+    Base::MutexLock initialisation(engineInitialisationMutex_);
     core_.shutDown();
     initialised_.store(false);
     Base::platform::releaseFreeMemory();
@@ -63,22 +63,22 @@ void Engine::release(ResourceDetails& entry) {
 }
 
 void Engine::releaseResource(std::uint32_t resource) {
-    std::lock_guard<std::mutex> loading(resourceLoadingMutex_);
+    Base::MutexLock loading(resourceLoadingMutex_);
     if (const auto entry = entryOf(resource)) release(*entry);
 }
 
 std::size_t Engine::addDirectory(const std::string& directory) {
-    std::unique_lock<std::shared_mutex> lock(registryMutex_);
+    Base::WriterLock lock(registryMutex_);
     return resourceUtils_.addDirectory(directory);
 }
 
 std::size_t Engine::resourceSetCount() const {
-    std::shared_lock<std::shared_mutex> lock(registryMutex_);
+    Base::SharedLock lock(registryMutex_);
     return resourceUtils_.resourceSets().size();
 }
 
 std::string Engine::refreshResources() {
-    std::unique_lock<std::shared_mutex> lock(registryMutex_);
+    Base::WriterLock lock(registryMutex_);
     resourceUtils_.scanAllGroups();
     std::string listing = Resources::renderResourceListing(resourceUtils_);
     std::vector<Resources::ResourceInfo> records;
@@ -88,30 +88,30 @@ std::string Engine::refreshResources() {
 }
 
 std::vector<std::string> Engine::publishCategories() {
-    std::unique_lock<std::shared_mutex> lock(registryMutex_);
+    Base::WriterLock lock(registryMutex_);
     Resources::countRecords(resourceUtils_);
     return Resources::categoryLines(resourceUtils_);
 }
 
 std::optional<Resources::CategoryIndexEntry> Engine::findCategory(std::int32_t category) const {
-    std::shared_lock<std::shared_mutex> lock(registryMutex_);
+    Base::SharedLock lock(registryMutex_);
     const Resources::CategoryIndexEntry* entry = resourceUtils_.findCategory(category);
     return entry != nullptr ? std::optional(*entry) : std::nullopt;
 }
 
 std::vector<Resources::ResourceSet> Engine::resourceSets() const {
-    std::shared_lock<std::shared_mutex> lock(registryMutex_);
+    Base::SharedLock lock(registryMutex_);
     return resourceUtils_.resourceSets();
 }
 
 std::string Engine::displayName(std::int32_t category) const {
-    std::shared_lock<std::shared_mutex> lock(registryMutex_);
+    Base::SharedLock lock(registryMutex_);
     const std::string* name = resourceUtils_.displayName(category);
     return name != nullptr ? *name : std::string();
 }
 
 std::uint32_t Engine::secondStageOf(std::uint32_t resource) const {
-    std::shared_lock<std::shared_mutex> lock(registryMutex_);
+    Base::SharedLock lock(registryMutex_);
     for (const auto& set : resourceUtils_.resourceSets()) {
         if (set.identifiers[0] == resource) return set.identifiers[1];
     }
@@ -120,7 +120,7 @@ std::uint32_t Engine::secondStageOf(std::uint32_t resource) const {
 
 std::vector<std::optional<Resources::CategoryDetails>> Engine::calibrations(
     std::uint32_t resource, const std::vector<std::int32_t>& categories) const {
-    std::shared_lock<std::shared_mutex> lock(registryMutex_);
+    Base::SharedLock lock(registryMutex_);
     const Resources::ResourceInfo* record = resourceUtils_.findRecord(resource);
     std::vector<std::optional<Resources::CategoryDetails>> found(categories.size());
     if (record == nullptr) return found;
@@ -133,7 +133,7 @@ std::vector<std::optional<Resources::CategoryDetails>> Engine::calibrations(
 }
 
 std::vector<std::uint32_t> Engine::identifiersToRelease(std::int32_t category) const {
-    std::shared_lock<std::shared_mutex> lock(registryMutex_);
+    Base::SharedLock lock(registryMutex_);
     std::vector<std::uint32_t> identifiers;
     if (category == -1) {
         for (const auto& set : resourceUtils_.resourceSets()) appendMembers(set, identifiers);
@@ -148,7 +148,7 @@ std::vector<std::uint32_t> Engine::identifiersToRelease(std::int32_t category) c
 }
 
 std::vector<std::uint32_t> Engine::setMembers(std::uint32_t resource) const {
-    std::shared_lock<std::shared_mutex> lock(registryMutex_);
+    Base::SharedLock lock(registryMutex_);
     std::vector<std::uint32_t> members;
     for (const auto& set : resourceUtils_.resourceSets()) {
         if (!holds(set, resource)) continue;
@@ -159,19 +159,19 @@ std::vector<std::uint32_t> Engine::setMembers(std::uint32_t resource) const {
 }
 
 std::shared_ptr<ResourceDetails> Engine::entryOf(std::uint32_t resource) const {
-    std::shared_lock<std::shared_mutex> lock(registryMutex_);
+    Base::SharedLock lock(registryMutex_);
     return findResourceDetails(resourceDetails_, resource);
 }
 
 std::optional<Resources::ResourceInfo> Engine::recordOf(std::uint32_t resource) const {
-    std::shared_lock<std::shared_mutex> lock(registryMutex_);
+    Base::SharedLock lock(registryMutex_);
     Resources::ResourceInfo record;
     if (!resourceUtils_.findByIdentifier(resource, record)) return std::nullopt;
     return record;
 }
 
 ResourceDetailsTable Engine::details() const {
-    std::shared_lock<std::shared_mutex> lock(registryMutex_);
+    Base::SharedLock lock(registryMutex_);
     return resourceDetails_;
 }
 

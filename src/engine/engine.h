@@ -4,12 +4,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <shared_mutex>
 #include <string>
 #include <vector>
 
+#include "base/annotated_mutex.h"
 #include "engine/resource_details.h"
 #include "inference/inference_core.h"
 #include "inference/loaded_model.h"
@@ -93,17 +92,17 @@ private:
     bool waitWhileLoading(std::uint32_t resource) const;
 
     // Serialises initialize() and the core's shutdown.
-    std::mutex engineInitialisationMutex_;
+    Base::Mutex engineInitialisationMutex_;
     // Serialises loading and releasing networks (one load at a time).
-    std::mutex resourceLoadingMutex_;
+    Base::Mutex resourceLoadingMutex_;
     // Guards the registry and the structure of the details table: rescans
     // take it exclusively, scans share it for short reads.
-    mutable std::shared_mutex registryMutex_;
+    mutable Base::SharedMutex registryMutex_;
     std::atomic<bool> initialised_{false};
     std::atomic<std::size_t> modelsLoaded_{0};
     Inference::InferenceCore core_;
-    Resources::ResourceUtils resourceUtils_;
-    ResourceDetailsTable resourceDetails_;
+    Resources::ResourceUtils resourceUtils_ NUBEX_GUARDED_BY(registryMutex_);
+    ResourceDetailsTable resourceDetails_ NUBEX_GUARDED_BY(registryMutex_);
 };
 
 }  // namespace Nubex

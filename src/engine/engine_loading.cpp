@@ -122,7 +122,7 @@ void Engine::initialiseSet(std::uint32_t resource) {
 void Engine::initialiseMember(std::uint32_t resource) {
     const auto entry = entryOf(resource);
     if (!entry) return;
-    std::lock_guard<std::mutex> lock(resourceLoadingMutex_);
+    Base::MutexLock lock(resourceLoadingMutex_);
     // Tested on the entry itself, under the lock: no resource loads twice.
     if (entry->loadState.load() != kNotLoaded) return;
     // The engine was shut down since this scan initialised it: leave the

@@ -64,18 +64,18 @@ InferRequestsQueue::InferRequestsQueue(ov::CompiledModel& compiled, std::size_t 
 }
 
 InferRequestsQueue::~InferRequestsQueue() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    idleCondition_.wait(lock, [this] { return idleIds_.size() == requests_.size(); });
+    Base::MutexLock lock(mutex_);
+    mutex_.wait(idleCondition_, [this]() NUBEX_REQUIRES(mutex_) { return idleIds_.size() == requests_.size(); });
 }
 
 InferReqWrap::Ptr InferRequestsQueue::getIdleRequest() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    idleCondition_.wait(lock, [this] { return !idleIds_.empty(); });
+    Base::MutexLock lock(mutex_);
+    mutex_.wait(idleCondition_, [this]() NUBEX_REQUIRES(mutex_) { return !idleIds_.empty(); });
     return takeFront();
 }
 
 InferReqWrap::Ptr InferRequestsQueue::tryGetIdleRequest() {
-    std::lock_guard<std::mutex> lock(mutex_);
+    Base::MutexLock lock(mutex_);
     return idleIds_.empty() ? nullptr : takeFront();
 }
 
@@ -90,7 +90,7 @@ InferReqWrap::Ptr InferRequestsQueue::takeFront() {
 void InferRequestsQueue::putIdleRequest(std::size_t id, double /*latency*/) { settle(id); }
 
 void InferRequestsQueue::settle(std::size_t id) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    Base::MutexLock lock(mutex_);
     if (id >= requests_.size()) throw std::out_of_range("invalid vector subscript");
     if (pendingSettlements_[id] == 0 || --pendingSettlements_[id] > 0) return;
     idleIds_.push_back(id);

@@ -13,6 +13,8 @@
 #include <openvino/runtime/compiled_model.hpp>
 #include <openvino/runtime/infer_request.hpp>
 
+#include "base/annotated_mutex.h"
+
 namespace Inference {
 
 // One inference request of a pool, with its output tensors looked up once.
@@ -90,13 +92,14 @@ private:
     // Called once by the completion callback and once by the lease; the
     // second call of the two returns the request.
     void settle(std::size_t id);
-    // Hands out the front idle id; the caller holds the mutex.
-    InferReqWrap::Ptr takeFront();
+    // Hands out the front idle id.
+    InferReqWrap::Ptr takeFront() NUBEX_REQUIRES(mutex_);
 
+    // Fixed after construction.
     std::vector<InferReqWrap::Ptr> requests_;
-    std::vector<int> pendingSettlements_;
-    std::deque<std::size_t> idleIds_;
-    std::mutex mutex_;
+    Base::Mutex mutex_;
+    std::vector<int> pendingSettlements_ NUBEX_GUARDED_BY(mutex_);
+    std::deque<std::size_t> idleIds_ NUBEX_GUARDED_BY(mutex_);
     std::condition_variable idleCondition_;
 };
 

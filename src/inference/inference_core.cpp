@@ -30,22 +30,22 @@ void configureCpu(ov::Core& core, std::uint32_t streams) {
 std::uint32_t streamCountFor(unsigned logicalProcessors) { return std::max(logicalProcessors / 4u, 1u); }
 
 std::uint32_t InferenceCore::setUp() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    std::uint32_t result = 0;
-    Base::runReporting(
-        [&] {
-            core_.reset(new (std::nothrow) ov::Core(std::string()));
-            if (!core_) return;
-            const std::uint32_t streams = streamCountFor(std::thread::hardware_concurrency());
-            configureCpu(*core_, streams);
-            result = streams;
-        },
-        [](const std::string& text) { slog::err << text << std::endl; });
-    return result;
+    Base::MutexLock lock(mutex_);
+    try {
+        core_.reset(new (std::nothrow) ov::Core(std::string()));
+        if (!core_) return 0;
+        const std::uint32_t streams = streamCountFor(std::thread::hardware_concurrency());
+        configureCpu(*core_, streams);
+        return streams;
+    } catch (...) {
+        const std::string text = Base::currentExceptionText();
+        Base::runReporting([&] { slog::err << text << std::endl; }, [](const std::string&) {});
+        return 0;
+    }
 }
 
 void InferenceCore::shutDown() {
-    std::lock_guard<std::mutex> lock(mutex_);
+    Base::MutexLock lock(mutex_);
     if (!core_) return;
     try {
         core_->unload_plugin(kDeviceName);
@@ -57,7 +57,7 @@ void InferenceCore::shutDown() {
 }
 
 std::shared_ptr<ov::Core> InferenceCore::get() const {
-    std::lock_guard<std::mutex> lock(mutex_);
+    Base::MutexLock lock(mutex_);
     return core_;
 }
 

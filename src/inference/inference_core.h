@@ -2,7 +2,8 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
+
+#include "base/annotated_mutex.h"
 
 namespace ov {
 class Core;
@@ -35,8 +36,8 @@ public:
     std::shared_ptr<ov::Core> get() const;
 
 private:
-    mutable std::mutex mutex_;
-    std::shared_ptr<ov::Core> core_;
+    mutable Base::Mutex mutex_;
+    std::shared_ptr<ov::Core> core_ NUBEX_GUARDED_BY(mutex_);
 };
 
 }  // namespace Inference
