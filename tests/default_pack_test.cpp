@@ -153,7 +153,14 @@ TEST_F(DefaultPack, ContentScoresAreStableAndBounded) {
 // engine's own threads around them. Every thread gets the single-threaded
 // answer.
 TEST_F(DefaultPackTest, SeveralThreadsScanSmallPicturesAlike) {
+#if defined(__SANITIZE_THREAD__)
+    // The text detector's 736 x 992 network alone takes minutes per scan
+    // under the thread sanitizer; the text worker's own threads are checked
+    // there with the generated networks.
+    const char* categories = "8337,101,102,103,104,105,106,107,108,109,110,111,112,113,114,115,116,117,118";
+#else
     const char* categories = "8337,9112,101,102,103,104,105,106,107,108,109,110,111,112,113,114,115,116,117,118";
+#endif
     std::vector<std::vector<std::uint8_t>> pixels;
     std::vector<cv::Size> sizes;
     for (const char* picture : {"/astronaut.png", "/sign.png"}) {
@@ -172,7 +179,9 @@ TEST_F(DefaultPackTest, SeveralThreadsScanSmallPicturesAlike) {
         return text;
     };
     const std::vector<std::string> expected = {scanOnce(0), scanOnce(1)};
+#if !defined(__SANITIZE_THREAD__)
     EXPECT_NE(expected[1].find("\"text_details\""), std::string::npos) << expected[1];
+#endif
     std::vector<std::string> seen(6);
     std::vector<std::thread> threads;
     for (std::size_t t = 0; t < 3; ++t) {

@@ -58,7 +58,7 @@ void Engine::deinitialize(std::int32_t category) {
 void Engine::release(ResourceDetails& entry) {
     // The network (and its pool, once its requests finish) goes when the
     // last scan holding it lets go.
-    entry.model.store(nullptr);
+    entry.setModel(nullptr);
     entry.loadState.store(kNotLoaded);
 }
 

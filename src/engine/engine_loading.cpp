@@ -92,7 +92,7 @@ int Engine::resourceState(std::uint32_t resource) const {
 std::shared_ptr<Inference::LoadedModel> Engine::model(std::uint32_t resource) const {
     const auto entry = entryOf(resource);
     if (!entry) return nullptr;
-    auto loaded = entry->model.load();
+    auto loaded = entry->model();
     return loaded && loaded->pool ? loaded : nullptr;
 }
 
@@ -137,7 +137,7 @@ void Engine::initialiseMember(std::uint32_t resource) {
                            slog::consoleLine("Exception while initializing resource: " + std::to_string(resource) +
                                              " - " + text);
                        });
-    entry->model.store(std::move(loaded));
+    entry->setModel(std::move(loaded));
     entry->loadState.store(kLoaded);
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "base/annotated_mutex.h"
 #include "inference/loaded_model.h"
 #include "resources/resource_info.h"
 
@@ -27,11 +28,23 @@ struct ResourceDetails {
     std::int32_t group = 0;
     std::int32_t enabled = 1;
     std::atomic<int> loadState{kNotLoaded};
-    // Stored under the resource-loading lock before loadState becomes
-    // kLoaded; read by scans without it.
-    std::atomic<std::shared_ptr<Inference::LoadedModel>> model;
 
     bool initialised() const { return loadState.load() != kNotLoaded; }
+
+    // The loaded network: stored under the resource-loading lock before
+    // loadState becomes kLoaded; read by scans without it.
+    std::shared_ptr<Inference::LoadedModel> model() const {
+        Base::MutexLock lock(modelMutex_);
+        return model_;
+    }
+    void setModel(std::shared_ptr<Inference::LoadedModel> model) {
+        Base::MutexLock lock(modelMutex_);
+        model_ = std::move(model);
+    }
+
+private:
+    mutable Base::Mutex modelMutex_;
+    std::shared_ptr<Inference::LoadedModel> model_ NUBEX_GUARDED_BY(modelMutex_);
 };
 
 using ResourceDetailsTable = std::vector<std::shared_ptr<ResourceDetails>>;
