@@ -1,7 +1,5 @@
 #include "resources/decipher.h"
 
-#include <algorithm>
-
 namespace Resources {
 
 void decipherInPlace(std::uint8_t* bytes, std::size_t length) {
@@ -13,14 +11,6 @@ void decipherInPlace(std::uint8_t* bytes, std::size_t length) {
         for (std::size_t k = 0; k < kKeyLength; ++k) bytes[i + k] ^= static_cast<std::uint8_t>(kResourceKey[k]);
     }
     for (std::size_t k = 0; i < length; ++i, ++k) bytes[i] ^= static_cast<std::uint8_t>(kResourceKey[k]);
-}
-
-std::vector<std::uint8_t> decipher(const std::uint8_t* bytes, std::ptrdiff_t length) {
-    if (bytes == nullptr || length <= 0) return std::vector<std::uint8_t>(1, 0);
-    std::vector<std::uint8_t> out(static_cast<std::size_t>(length) + 1, 0);
-    std::copy(bytes, bytes + length, out.begin());
-    decipherInPlace(out.data(), static_cast<std::size_t>(length));
-    return out;
 }
 
 }  // namespace Resources

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 namespace Resources {
 
@@ -12,10 +11,5 @@ inline constexpr char kResourceKey[] = "5f0c2e9a7b1d48e3a6c04f92d1b8e7a3";
 
 // XORs the bytes in place; byte i uses key byte i mod 32.
 void decipherInPlace(std::uint8_t* bytes, std::size_t length);
-
-// Returns a new buffer of length + 1 bytes: the deciphered bytes followed by a
-// zero byte, so that a deciphered text is always terminated. A length of 0 or
-// less gives a single zero byte.
-std::vector<std::uint8_t> decipher(const std::uint8_t* bytes, std::ptrdiff_t length);
 
 }  // namespace Resources

@@ -56,6 +56,8 @@ public:
     // category line that declares it), or null.
     const std::string* displayName(std::int32_t categoryIdentifier) const;
 
+    // Written by every category listing (the number of records of all
+    // groups) and read by nothing: kept as the registry's record of it.
     std::uint32_t recordCount() const { return recordCount_; }
     void setRecordCount(std::uint32_t count) { recordCount_ = count; }
 

@@ -20,7 +20,8 @@ namespace Scan {
 namespace {
 
 // The per-group arrays a worker writes: its scores and, for classifiers, the
-// first- and second-stage scores (-1 until written).
+// first- and second-stage scores (-1 until written). The stage arrays are
+// written and never read: kept as the classifier's record of both stages.
 struct JobResults {
     explicit JobResults(std::size_t categories)
         : scores(categories, 0.0f), firstStage(categories, -1.0f), secondStage(categories, -1.0f) {}
