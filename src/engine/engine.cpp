@@ -8,20 +8,6 @@
 
 namespace Nubex {
 
-namespace {
-
-bool holds(const Resources::ResourceSet& set, std::uint32_t identifier) {
-    return std::find(std::begin(set.identifiers), std::end(set.identifiers), identifier) != std::end(set.identifiers);
-}
-
-void appendMembers(const Resources::ResourceSet& set, std::vector<std::uint32_t>& identifiers) {
-    for (const auto member : set.identifiers) {
-        if (member != 0) identifiers.push_back(member);
-    }
-}
-
-}  // namespace
-
 Engine::Engine(std::optional<std::string> defaultDirectory) : resourceUtils_(std::move(defaultDirectory)) {}
 
 std::uint32_t Engine::initialize() {
@@ -136,26 +122,28 @@ std::vector<std::uint32_t> Engine::identifiersToRelease(std::int32_t category) c
     Base::SharedLock lock(registryMutex_);
     std::vector<std::uint32_t> identifiers;
     if (category == -1) {
-        for (const auto& set : resourceUtils_.resourceSets()) appendMembers(set, identifiers);
+        for (const auto& set : resourceUtils_.resourceSets()) {
+            const auto members = set.members();
+            identifiers.insert(identifiers.end(), members.begin(), members.end());
+        }
         return identifiers;
     }
     const auto* entry = resourceUtils_.findCategory(category);
     if (entry == nullptr || entry->resourceIdentifier == 0) return {};
     for (const auto& set : resourceUtils_.resourceSets()) {
-        if (holds(set, entry->resourceIdentifier)) appendMembers(set, identifiers);
+        if (!set.holds(entry->resourceIdentifier)) continue;
+        const auto members = set.members();
+        identifiers.insert(identifiers.end(), members.begin(), members.end());
     }
     return identifiers;
 }
 
 std::vector<std::uint32_t> Engine::setMembers(std::uint32_t resource) const {
     Base::SharedLock lock(registryMutex_);
-    std::vector<std::uint32_t> members;
     for (const auto& set : resourceUtils_.resourceSets()) {
-        if (!holds(set, resource)) continue;
-        appendMembers(set, members);
-        break;
+        if (set.holds(resource)) return set.members();
     }
-    return members;
+    return {};
 }
 
 std::shared_ptr<ResourceDetails> Engine::entryOf(std::uint32_t resource) const {

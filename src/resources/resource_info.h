@@ -46,6 +46,21 @@ struct CategoryIndexEntry {
 struct ResourceSet {
     std::string key;
     std::uint32_t identifiers[3] = {0, 0, 0};
+
+    bool holds(std::uint32_t identifier) const {
+        for (const auto member : identifiers) {
+            if (member == identifier) return true;
+        }
+        return false;
+    }
+    // The non-zero identifiers, in group order.
+    std::vector<std::uint32_t> members() const {
+        std::vector<std::uint32_t> found;
+        for (const auto member : identifiers) {
+            if (member != 0) found.push_back(member);
+        }
+        return found;
+    }
 };
 
 inline constexpr int kGroupCount = 3;

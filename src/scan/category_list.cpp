@@ -17,9 +17,7 @@ bool contains(const std::vector<T>& values, T value) {
 
 const Resources::ResourceSet* findSet(const std::vector<Resources::ResourceSet>& sets, std::uint32_t group) {
     for (const auto& set : sets) {
-        if (std::find(std::begin(set.identifiers), std::end(set.identifiers), group) != std::end(set.identifiers)) {
-            return &set;
-        }
+        if (set.holds(group)) return &set;
     }
     return nullptr;
 }
@@ -47,9 +45,8 @@ void acceptCategory(const Resources::CategoryIndexEntry& entry, std::string_view
         errorText += token;
         return;
     }
-    for (const auto member : set->identifiers) {
-        if (member != 0) request.resourcesToLoad.push_back(member);
-    }
+    const auto members = set->members();
+    request.resourcesToLoad.insert(request.resourcesToLoad.end(), members.begin(), members.end());
     Detectors::ScanJob job;
     job.group = group;
     job.slots.push_back(entry.line);
