@@ -33,13 +33,7 @@ constexpr int32_t kReleases[] = {-1, 14, 8337, 5};
 
 namespace {
 
-std::string scan(const std::vector<std::uint8_t>& pixels, int width, int height, const char* categories) {
-    float scores[8] = {};
-    char* document = ScanImage(pixels.data(), static_cast<int32_t>(pixels.size()), width, height, categories, scores, 50.0f);
-    std::string text = document;
-    ReleaseNubexMemory(document);
-    return text;
-}
+using testing_support::scanDocument;
 
 }  // namespace
 
@@ -54,7 +48,7 @@ int scansBesideRepeatedReleases() {
     if (SetNubexResourceDirectory(tree.str().c_str()) != 3u || InitializeNubexEngine() == 0u) return 1;
     const cv::Mat image(40, 50, CV_8UC3, cv::Scalar(10, 255, 120));
     const auto pixels = Detectors::packPixelBuffer(image);
-    const std::string expected = scan(pixels, image.cols, image.rows, "21, 8337, 5, 14");
+    const std::string expected = scanDocument(pixels, image.cols, image.rows, "21, 8337, 5, 14");
 
     std::atomic<bool> scanning{true};
     std::atomic<int> problems{0};
@@ -63,7 +57,7 @@ int scansBesideRepeatedReleases() {
         scanners.emplace_back([&, t] {
             const char* lists[] = {"21, 8337, 5, 14", "14", "8337,5"};
             for (int i = 0; i < 12; ++i) {
-                const std::string document = scan(pixels, image.cols, image.rows, lists[(t + i) % 3]);
+                const std::string document = scanDocument(pixels, image.cols, image.rows, lists[(t + i) % 3]);
                 const bool whole = document.front() == '{' && document.back() == '}' &&
                                    document.find("\"img_width\":50,\"img_height\":40,") != std::string::npos;
                 if (!whole) ++problems;
@@ -79,7 +73,7 @@ int scansBesideRepeatedReleases() {
     for (auto& scanner : scanners) scanner.join();
     scanning = false;
     releaser.join();
-    if (scan(pixels, image.cols, image.rows, "21, 8337, 5, 14") != expected) ++problems;
+    if (scanDocument(pixels, image.cols, image.rows, "21, 8337, 5, 14") != expected) ++problems;
     DeInitializeNubexEngine(-1);
     return problems.load();
 }

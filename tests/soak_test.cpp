@@ -28,13 +28,7 @@ long residentKilobytes() {
     return resident * (::sysconf(_SC_PAGESIZE) / 1024);
 }
 
-std::string scan(const std::vector<std::uint8_t>& pixels, int width, int height, const char* categories) {
-    float scores[8] = {};
-    char* document = ScanImage(pixels.data(), static_cast<int32_t>(pixels.size()), width, height, categories, scores, 50.0f);
-    std::string text = document;
-    ReleaseNubexMemory(document);
-    return text;
-}
+using testing_support::scanDocument;
 
 void listRegistry() {
     char** lines = nullptr;
@@ -57,7 +51,7 @@ TEST(Soak, WavesOfMixedScansWithReleasesBetween) {
     const auto pixels = Detectors::packPixelBuffer(image);
     const std::vector<const char*> lists = {"14,21", "8337", "5", "21, 8337, 5, 14", "14,x,14"};
     std::vector<std::string> expected;
-    for (const char* list : lists) expected.push_back(scan(pixels, image.cols, image.rows, list));
+    for (const char* list : lists) expected.push_back(scanDocument(pixels, image.cols, image.rows, list));
     EXPECT_NE(expected[3].find("\"text_details\""), std::string::npos);
     EXPECT_NE(expected[3].find("\"face_details\""), std::string::npos);
 
@@ -71,7 +65,7 @@ TEST(Soak, WavesOfMixedScansWithReleasesBetween) {
             scanners.emplace_back([&, t] {
                 for (int i = 0; i < 3; ++i) {
                     const std::size_t which = static_cast<std::size_t>(t + i + wave) % lists.size();
-                    if (scan(pixels, image.cols, image.rows, lists[which]) != expected[which]) ++mismatches;
+                    if (scanDocument(pixels, image.cols, image.rows, lists[which]) != expected[which]) ++mismatches;
                 }
             });
         }
@@ -111,7 +105,7 @@ TEST(Soak, FullCyclesSettle) {
         std::vector<std::thread> scanners;
         for (int t = 0; t < 4; ++t) {
             scanners.emplace_back([&] {
-                for (int i = 0; i < 5; ++i) scan(pixels, image.cols, image.rows, "21, 8337, 5, 14");
+                for (int i = 0; i < 5; ++i) scanDocument(pixels, image.cols, image.rows, "21, 8337, 5, 14");
             });
         }
         for (auto& scanner : scanners) scanner.join();

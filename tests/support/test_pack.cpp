@@ -1,5 +1,6 @@
 #include "support/test_pack.h"
 
+#include "nubex_engine.h"
 #include "support/test_networks.h"
 
 namespace testing_support {
@@ -31,6 +32,14 @@ void writeDetectorPack(const std::string& directory) {
                 channelMeansNetwork(8, 8, 255.0f));
     packNetwork(directory + "/text-reader", 2, "19112, Text Reader, 1.0", "1,Symbols",
                 fixedRecogniserNetwork("ab#b1122"));
+}
+
+std::string scanDocument(const std::vector<std::uint8_t>& pixels, int width, int height, const char* categories) {
+    float scores[8] = {};
+    char* document = ScanImage(pixels.data(), static_cast<int32_t>(pixels.size()), width, height, categories, scores, 50.0f);
+    std::string text = document;
+    ReleaseNubexMemory(document);
+    return text;
 }
 
 }  // namespace testing_support

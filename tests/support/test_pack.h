@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace testing_support {
 
@@ -14,5 +16,9 @@ void writeClassifierPack(const std::string& directory);
 // 9113 presence classifier reading the green channel, 19112 recogniser that
 // reads "abb12" from every region).
 void writeDetectorPack(const std::string& directory);
+
+// Scans a pixel buffer of the engine's layout (text threshold 50) and
+// returns the document.
+std::string scanDocument(const std::vector<std::uint8_t>& pixels, int width, int height, const char* categories);
 
 }  // namespace testing_support
