@@ -136,3 +136,13 @@ TEST(Decipher, RoundTripAndKeyPosition) {
     decipherInPlace(twice.data(), twice.size());
     EXPECT_EQ(twice, plain);
 }
+
+TEST(TextFields, CodePointsOfWellFormedUtf8Only) {
+    const auto pieces = Base::splitCodePoints("a\xc3\xa9 \xe2\x82\xac\xf0\x9f\x98\x80");
+    ASSERT_TRUE(pieces.has_value());
+    EXPECT_EQ(*pieces, (std::vector<std::string>{"a", "\xc3\xa9", " ", "\xe2\x82\xac", "\xf0\x9f\x98\x80"}));
+    // Cut short, a stray continuation, overlong, a surrogate, past U+10FFFF.
+    for (const char* bad : {"\xc3", "\x80", "\xc0\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80"}) {
+        EXPECT_FALSE(Base::splitCodePoints(bad).has_value()) << bad;
+    }
+}

@@ -60,4 +60,40 @@ float leadingFloat(std::string_view text) {
     return static_cast<float>(value);
 }
 
+namespace {
+
+// The length of the UTF-8 sequence that starts at text[at], or 0 when none does.
+std::size_t sequenceLength(std::string_view text, std::size_t at) {
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned char lead = byte(at);
+    std::size_t length = 0;
+    std::uint32_t value = 0;
+    if (lead < 0x80) return 1;
+    if ((lead & 0xE0) == 0xC0) { length = 2; value = lead & 0x1Fu; }
+    else if ((lead & 0xF0) == 0xE0) { length = 3; value = lead & 0x0Fu; }
+    else if ((lead & 0xF8) == 0xF0) { length = 4; value = lead & 0x07u; }
+    else return 0;
+    if (at + length > text.size()) return 0;
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byte(at + i) & 0xC0) != 0x80) return 0;
+        value = (value << 6) | (byte(at + i) & 0x3Fu);
+    }
+    constexpr std::uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (value < kSmallest[length] || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) return 0;
+    return length;
+}
+
+}  // namespace
+
+std::optional<std::vector<std::string>> splitCodePoints(std::string_view text) {
+    std::vector<std::string> pieces;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t length = sequenceLength(text, at);
+        if (length == 0) return std::nullopt;
+        pieces.emplace_back(text.substr(at, length));
+        at += length;
+    }
+    return pieces;
+}
+
 }  // namespace Base

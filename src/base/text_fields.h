@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,5 +25,9 @@ std::uint32_t leadingInteger(std::string_view text);
 // Reads the leading decimal floating-point number (leading blanks skipped,
 // independent of the C locale); text without a number gives 0.
 float leadingFloat(std::string_view text);
+
+// The code points of UTF-8 text, one piece each; nothing for text that is not
+// well-formed UTF-8 (overlong forms, surrogates and values past U+10FFFF included).
+std::optional<std::vector<std::string>> splitCodePoints(std::string_view text);
 
 }  // namespace Base

@@ -10,6 +10,7 @@
 #include "base/exception_text.h"
 #include "base/log_stream.h"
 #include "detectors/image_input.h"
+#include "detectors/network_input.h"
 #include "detectors/output_values.h"
 #include "inference/inference_step.h"
 #include "resources/calibration.h"
@@ -25,14 +26,18 @@ cv::Mat prepareInput(const cv::Mat& image, const Inference::LoadedModel& model, 
     const auto channels = model.inputDimension(1);
     const auto height = static_cast<int>(model.inputDimension(2));
     const auto width = static_cast<int>(model.inputDimension(3));
-    if (height == 0 || width == 0) throw std::logic_error("The network input has no height or width.");
+    if (!model.dynamicSize() && (height == 0 || width == 0)) {
+        throw std::logic_error("The network input has no height or width.");
+    }
     cv::Mat prepared = image;
     if (channels == 1) {
         cv::cvtColor(image, prepared, cv::COLOR_BGR2GRAY);
     } else if (channels != 3) {
         throw std::logic_error("The network input must have 1 or 3 channels, but has " + std::to_string(channels));
     }
-    return resizeForNetwork(prepared, width, height, keepAspectRatio);
+    // A dynamic input takes the picture at its own proportions.
+    if (model.dynamicSize()) return resizedTo(prepared, fittedInputSize(prepared.size(), model));
+    return resizeForNetwork(prepared, width, height, keepAspectRatio || model.declared.letterbox);
 }
 
 float calibrated(const std::optional<Resources::CategoryDetails>& calibration, float rawScore) {
@@ -45,7 +50,7 @@ float calibrated(const std::optional<Resources::CategoryDetails>& calibration, f
 // The probabilities the network gives the job's output classes.
 std::vector<float> classProbabilities(const cv::Mat& input, const ClassifierStage& stage, const ScanJob& job) {
     return Inference::infer(
-        *stage.model, [&](ov::Tensor& tensor) { fillPlanar(input, tensor); },
+        *stage.model, [&](ov::Tensor& tensor) { fillInput(input, tensor, *stage.model); },
         [&](Inference::InferReqWrap& request) {
             const auto& names = request.outputNames();
             if (stage.singleOutput && names.size() != 1) {

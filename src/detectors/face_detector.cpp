@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
 #include "detectors/image_input.h"
+#include "detectors/network_input.h"
 #include "inference/inference_step.h"
 #include "base/numeric.h"
 #include "base/exception_text.h"
@@ -62,15 +64,55 @@ std::int32_t decodeDetectionOutput(const float* rows, std::size_t rowCount, int 
     return count;
 }
 
+namespace {
+
+// How the picture fills the network input: stretched over all of it (a
+// fixed input, or a dynamic one at the picture's proportions), or, when the
+// network declares letterboxing, in the area of a letterbox.
+struct FaceInput {
+    cv::Mat image;
+    std::optional<cv::Rect> letterbox;
+    cv::Size inputSize;
+};
+
+FaceInput prepareFaceInput(const cv::Mat& image, const Inference::LoadedModel& model) {
+    if (model.dynamicSize()) {
+        const cv::Size size = fittedInputSize(image.size(), model);
+        return {resizedTo(image, size), std::nullopt, size};
+    }
+    const auto height = static_cast<int>(model.inputDimension(2));
+    const auto width = static_cast<int>(model.inputDimension(3));
+    if (height == 0 || width == 0) return {image, std::nullopt, image.size()};
+    if (!model.declared.letterbox) return {resizeForNetwork(image, width, height, false), std::nullopt, {width, height}};
+    const cv::Size size(width, height);
+    return {resizeForNetwork(image, width, height, true), letterboxArea(image.size(), size), size};
+}
+
+// Rows whose corners are normalised over a letterboxed input, normalised
+// over the picture instead.
+std::vector<float> outOfLetterbox(const float* rows, std::size_t rowCount, cv::Rect area, cv::Size input) {
+    std::vector<float> mapped(rows, rows + rowCount * kRowLength);
+    const auto along = [](float value, int inputLength, int offset, int length) {
+        return (value * static_cast<float>(inputLength) - static_cast<float>(offset)) / static_cast<float>(length);
+    };
+    for (std::size_t i = 0; i < rowCount; ++i) {
+        float* row = mapped.data() + i * kRowLength;
+        row[3] = along(row[3], input.width, area.x, area.width);
+        row[4] = along(row[4], input.height, area.y, area.height);
+        row[5] = along(row[5], input.width, area.x, area.width);
+        row[6] = along(row[6], input.height, area.y, area.height);
+    }
+    return mapped;
+}
+
+}  // namespace
+
 std::int32_t detectFaces(const cv::Mat& image, float& best, std::vector<FaceFinding>& faces,
                          const Inference::LoadedModel* model) {
     if (model == nullptr) return 0;
-    cv::Mat input = image;
-    const auto height = static_cast<int>(model->inputDimension(2));
-    const auto width = static_cast<int>(model->inputDimension(3));
-    if (height != 0 && width != 0) input = resizeForNetwork(image, width, height, false);
+    const FaceInput input = prepareFaceInput(image, *model);
     return Inference::infer(
-        *model, [&](ov::Tensor& tensor) { fillPlanar(input, tensor); },
+        *model, [&](ov::Tensor& tensor) { fillInput(input.image, tensor, *model); },
         [&](Inference::InferReqWrap& request) {
             if (model->outputCount() != 1) {
                 throw std::logic_error("Nubex OpenVino Engine Face detection supports topologies with 1 output only");
@@ -82,7 +124,11 @@ std::int32_t detectFaces(const cv::Mat& image, float& best, std::vector<FaceFind
             const ov::Tensor& output = request.outputTensors().at(request.outputNames().at(0));
             const ov::Shape shape = output.get_shape();
             const std::size_t rows = std::min<std::size_t>(shape.at(2), output.get_size() / kRowLength);
-            return decodeDetectionOutput(output.data<const float>(), rows, image.cols, image.rows, faces, best);
+            if (!input.letterbox) {
+                return decodeDetectionOutput(output.data<const float>(), rows, image.cols, image.rows, faces, best);
+            }
+            const auto mapped = outOfLetterbox(output.data<const float>(), rows, *input.letterbox, input.inputSize);
+            return decodeDetectionOutput(mapped.data(), rows, image.cols, image.rows, faces, best);
         });
 }
 

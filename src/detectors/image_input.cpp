@@ -1,4 +1,5 @@
 #include "detectors/image_input.h"
+#include "detectors/network_input.h"
 
 #include <cstring>
 #include <stdexcept>
@@ -33,12 +34,8 @@ cv::Mat resizeForNetwork(const cv::Mat& image, int width, int height, bool keepA
         cv::resize(image, resized, cv::Size(width, height), 0, 0, cv::INTER_LINEAR);
         return resized;
     }
-    const float scale = std::min(static_cast<float>(width) / static_cast<float>(image.cols),
-                                 static_cast<float>(height) / static_cast<float>(image.rows));
-    const int scaledWidth = std::max(1, std::min(width, static_cast<int>(static_cast<float>(image.cols) * scale)));
-    const int scaledHeight = std::max(1, std::min(height, static_cast<int>(static_cast<float>(image.rows) * scale)));
     resized = cv::Mat::zeros(height, width, image.type());
-    const cv::Rect area((width - scaledWidth) / 2, (height - scaledHeight) / 2, scaledWidth, scaledHeight);
+    const cv::Rect area = letterboxArea(image.size(), cv::Size(width, height));
     cv::Mat target = resized(area);
     cv::resize(image, target, area.size(), 0, 0, cv::INTER_LINEAR);
     return resized;

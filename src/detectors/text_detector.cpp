@@ -7,6 +7,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "detectors/image_input.h"
+#include "detectors/network_input.h"
 #include "detectors/pixel_link_decoder.h"
 #include "inference/inference_step.h"
 
@@ -57,8 +58,7 @@ void checkGrid(const ov::Tensor& tensor, std::size_t channels, const ov::Shape& 
     }
 }
 
-std::vector<cv::RotatedRect> decodeOutputs(const ChosenOutputs& chosen, const Inference::LoadedModel& detector,
-                                           cv::Size workingSize) {
+std::vector<cv::RotatedRect> decodeOutputs(const ChosenOutputs& chosen, cv::Size networkSize, cv::Size workingSize) {
     if (chosen.boxes != nullptr) {
         const ov::Shape shape = chosen.boxes->get_shape();
         if (chosen.boxes->get_element_type() != ov::element::f32) {
@@ -66,7 +66,6 @@ std::vector<cv::RotatedRect> decodeOutputs(const ChosenOutputs& chosen, const In
         }
         const std::size_t rows =
             shape.size() >= 2 ? std::min(shape[0] * shape[1], chosen.boxes->get_size()) / 5 : 0;
-        const cv::Size networkSize(static_cast<int>(detector.inputDimension(3)), static_cast<int>(detector.inputDimension(2)));
         return decodeBoxes(chosen.boxes->data<const float>(), rows, networkSize, workingSize);
     }
     const ov::Shape shape = chosen.pixels->get_shape();
@@ -88,23 +87,26 @@ cv::Size workingImageSize(int width, int height) {
 
 std::vector<cv::RotatedRect> detectTextRegions(const cv::Mat& workingImage, const Inference::LoadedModel& detector) {
     const auto channels = detector.inputDimension(1);
-    const auto height = static_cast<int>(detector.inputDimension(2));
-    const auto width = static_cast<int>(detector.inputDimension(3));
-    if (height == 0 || width == 0) throw std::logic_error("The text detection network input has no height or width.");
+    cv::Size inputSize(static_cast<int>(detector.inputDimension(3)), static_cast<int>(detector.inputDimension(2)));
+    // A dynamic input takes the working image at its own proportions.
+    if (detector.dynamicSize()) inputSize = boundedInputSize(workingImage.size(), detector);
+    if (inputSize.height == 0 || inputSize.width == 0) {
+        throw std::logic_error("The text detection network input has no height or width.");
+    }
     cv::Mat input = workingImage;
     if (channels == 1) cv::cvtColor(workingImage, input, cv::COLOR_BGR2GRAY);
     // Resized as floats, so the network sees interpolated values unrounded;
     // an image of the network's size goes in as it is (the fill converts).
-    if (input.size() != cv::Size(width, height)) {
+    if (input.size() != inputSize) {
         cv::Mat samples;
         input.convertTo(samples, CV_32F);
-        input = resizeForNetwork(samples, width, height, false);
+        input = resizeForNetwork(samples, inputSize.width, inputSize.height, false);
     }
 
     return Inference::infer(
-        detector, [&](ov::Tensor& tensor) { fillPlanar(input, tensor); },
+        detector, [&](ov::Tensor& tensor) { fillInput(input, tensor, detector); },
         [&](Inference::InferReqWrap& request) {
-            return decodeOutputs(chooseOutputs(request.outputTensors()), detector, workingImage.size());
+            return decodeOutputs(chooseOutputs(request.outputTensors()), inputSize, workingImage.size());
         });
 }
 

@@ -43,8 +43,9 @@ std::int32_t readText(const cv::Mat& image, float threshold, float* scores, std:
         failure = std::current_exception();  // what was read before the failure is still delivered
     }
     std::vector<TextFinding> findings;
+    const auto alphabet = alphabetOf(*reader);
     for (std::size_t i = 0; i < readings.size(); ++i) {
-        if (readings[i].confidence < kMinimumConfidence || readings[i].text.empty()) continue;
+        if (!isLegible(readings[i], alphabet)) continue;
         findings.push_back(regionFinding(corners[i], working.size(), readings[i].text));
     }
     const auto grouped = groupTextLines(findings, working.size(), image.size());

@@ -56,8 +56,31 @@ std::string shapeText(const ov::PartialShape& shape) {
 std::string checkImageInput(const Inference::LoadedModel& model) {
     const std::size_t channels = model.inputDimension(1);
     if (model.inputShape.size() != 4 || (channels != 1 && channels != 3)) {
-        return "the input is " + shapeText(model.inputShape) +
+        return "the input is " + shapeText(model.inputPartialShape) +
                ", but the engine feeds one picture as [1, C, H, W] with C = 1 (grey) or 3 (BGR)";
+    }
+    return {};
+}
+
+// What a network declares must suit its kind: an alphabet only a recogniser,
+// letterboxing only a fixed-size input of a classifier or face network.
+std::string checkDeclarations(const Inference::LoadedModel& model, ResourceKind kind) {
+    if (!model.declared.alphabet.empty() && kind != ResourceKind::TextRecognition) {
+        return std::string("the network declares an alphabet, which only a text recogniser reads, but it is a ") +
+               kindName(kind) + " network";
+    }
+    if (model.declared.letterbox) {
+        if (kind != ResourceKind::Classifier && kind != ResourceKind::TextPresence && kind != ResourceKind::Face) {
+            return std::string("the network declares letterboxing, which classifiers and face networks use, but it is a ") +
+                   kindName(kind) + " network";
+        }
+        if (model.dynamicSize()) {
+            return "the network declares letterboxing, but its input " + shapeText(model.inputPartialShape) +
+                   " has a dynamic size and takes pictures at their own proportions";
+        }
+    }
+    if (model.dynamicBatch() && kind != ResourceKind::TextRecognition) {
+        return "only a text recogniser may have a dynamic batch, but the input is " + shapeText(model.inputPartialShape);
     }
     return {};
 }
@@ -124,17 +147,26 @@ std::string checkTextDetection(const Inference::LoadedModel& model) {
 }
 
 std::string checkTextRecognition(const Inference::LoadedModel& model) {
-    const std::string symbols = std::to_string(Resources::kAlphabet.size());
+    const auto alphabet = model.declared.alphabet.empty() ? Resources::RecogniserAlphabet()
+                                                          : Resources::RecogniserAlphabet(model.declared.alphabet);
+    const std::string classes = std::to_string(alphabet.classCount());
+    const std::string scored = alphabet.isDeclared()
+                                   ? std::to_string(model.declared.alphabet.size()) + " declared symbols and the blank"
+                                   : "symbols 0-9, a-z and the blank";
+    const std::string form = model.dynamicBatch() ? "[T, N, " + classes + "] (T steps of N regions" : "[T, 1, " + classes + "] (T steps";
     const auto outputs = model.compiled.outputs();
     if (outputs.size() != 1) {
-        return "a text recogniser must have exactly 1 output [T, 1, " + symbols + "] (T steps, each scoring the " +
-               symbols + " symbols 0-9, a-z and the blank), but has " + std::to_string(outputs.size());
+        return "a text recogniser must have exactly 1 output " + form + ", each scoring the " + classes + " " + scored +
+               "), but has " + std::to_string(outputs.size());
     }
     const ov::PartialShape shape = outputs[0].get_partial_shape();
-    if (shape.rank().is_dynamic() || shape.size() != 3 ||
-        shape[2] != static_cast<std::int64_t>(Resources::kAlphabet.size())) {
-        return "the recogniser output must be [T, 1, " + symbols + "] (T steps, each scoring the " + symbols +
-               " symbols 0-9, a-z and the blank), but is " + shapeText(shape);
+    if (shape.rank().is_dynamic() || shape.size() != 3 || shape[2] != static_cast<std::int64_t>(alphabet.classCount())) {
+        return "the recogniser output must be " + form + ", each scoring the " + classes + " " + scored +
+               "), but is " + shapeText(shape);
+    }
+    if (model.dynamicSize() && model.inputPartialShape[2].is_dynamic()) {
+        return "a recogniser reads regions at its input's height, which must be fixed, but the input is " +
+               shapeText(model.inputPartialShape);
     }
     return {};
 }
@@ -148,8 +180,11 @@ Inference::LoadOptions loadOptionsFor(ResourceKind kind) {
     Inference::LoadOptions options;
     switch (kind) {
         case ResourceKind::TextDetection:
+            options.inputType = ov::element::f32;
+            break;
         case ResourceKind::TextRecognition:
             options.inputType = ov::element::f32;
+            options.keepsDynamicBatch = true;
             break;
         case ResourceKind::Face:
             options.checkOutputs = checkFaceOutputs;
@@ -165,6 +200,8 @@ std::string checkNetworkContract(const Inference::LoadedModel& model, ResourceKi
                                  const Resources::ClassTable& table) {
     const std::string input = checkImageInput(model);
     if (!input.empty()) return input;
+    const std::string declared = checkDeclarations(model, kind);
+    if (!declared.empty()) return declared;
     switch (kind) {
         case ResourceKind::Classifier:
         case ResourceKind::TextPresence: return checkClassifier(model, table);

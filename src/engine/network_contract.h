@@ -16,11 +16,15 @@ namespace Nubex {
 Inference::LoadOptions loadOptionsFor(Resources::ResourceKind kind);
 
 // Checks a loaded network against what the detector of its kind reads:
-//   every kind      one input [1, 1 or 3, H, W]
+//   every kind      one input [1, 1 or 3, H, W]; H and W may be dynamic
 //   classifier      one output whose classes cover every class-table line
 //   face            one DetectionOutput [1, 1, N, 7]
 //   text-detection  outputs of 2 and 16 channels (pixels and links), or one of 5 columns (boxes)
-//   text-recognition one output [T, 1, 37] over the recogniser's alphabet
+//   text-recognition one output [T, 1, 37] over the fixed alphabet, or [T, 1, symbols + 1]
+//                    over a declared one; with a dynamic width (its height fixed) the batch
+//                    may be dynamic too, [N, C, H, ?] -> [T, N, classes]
+// and what it declares: an alphabet only on a recogniser, letterboxing only on
+// a fixed-size classifier or face network.
 // Returns an empty text when it fits, else what does not.
 std::string checkNetworkContract(const Inference::LoadedModel& model, Resources::ResourceKind kind,
                                  const Resources::ClassTable& table);

@@ -16,7 +16,9 @@ InferReqWrap::InferReqWrap(ov::CompiledModel& compiled, std::size_t id, Completi
     for (const auto& output : compiled.outputs()) {
         const std::string name = output.get_any_name();
         outputNames_.push_back(name);
+        outputPorts_.push_back(output);
         outputTensors_[name] = request_.get_tensor(output);
+        dynamicOutputs_ = dynamicOutputs_ || output.get_partial_shape().is_dynamic();
     }
     request_.set_callback([this](std::exception_ptr) {
         if (!callback_) throw std::bad_function_call();
@@ -26,7 +28,15 @@ InferReqWrap::InferReqWrap(ov::CompiledModel& compiled, std::size_t id, Completi
 
 void InferReqWrap::startAsync() { request_.start_async(); }
 
-void InferReqWrap::wait() { request_.wait(); }
+void InferReqWrap::wait() {
+    request_.wait();
+    // Outputs whose shape follows the input are tensors of each inference's own.
+    if (dynamicOutputs_) {
+        for (std::size_t i = 0; i < outputPorts_.size(); ++i) {
+            outputTensors_[outputNames_[i]] = request_.get_tensor(outputPorts_[i]);
+        }
+    }
+}
 
 ov::Tensor InferReqWrap::getTensor(const std::string& name) { return request_.get_tensor(name); }
 

@@ -38,6 +38,8 @@ private:
     CompletionCallback callback_;
     std::vector<std::string> outputNames_;
     std::map<std::string, ov::Tensor> outputTensors_;
+    std::vector<ov::Output<const ov::Node>> outputPorts_;
+    bool dynamicOutputs_ = false;
 };
 
 class InferRequestsQueue;

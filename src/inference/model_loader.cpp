@@ -1,7 +1,9 @@
 #include "inference/model_loader.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 
 #include <openvino/core/preprocess/pre_post_process.hpp>
@@ -10,11 +12,16 @@
 #include "base/log_stream.h"
 #include "inference/inference_core.h"
 #include "base/exception_text.h"
+#include "base/text_fields.h"
 
 namespace Inference {
 
 namespace {
 
+
+bool hasDynamicSize(const ov::PartialShape& shape) {
+    return shape.rank().is_static() && shape.size() == 4 && (shape[2].is_dynamic() || shape[3].is_dynamic());
+}
 
 void fixBatchOfOne(const std::shared_ptr<ov::Model>& model) {
     ov::PartialShape shape = model->input().get_partial_shape();
@@ -57,7 +64,8 @@ void checkPortSizes(const ov::Model& model) {
 
 std::shared_ptr<ov::Model> prepare(std::shared_ptr<ov::Model> model, const LoadOptions& options) {
     if (model->inputs().size() != 1) throw std::logic_error("NubexEngine support topologies with 1 input only");
-    fixBatchOfOne(model);
+    const bool dynamicSize = hasDynamicSize(model->input().get_partial_shape());
+    if (!(dynamicSize && options.keepsDynamicBatch)) fixBatchOfOne(model);
     ov::preprocess::PrePostProcessor processor(model);
     processor.input().tensor().set_element_type(options.inputType).set_layout("NCHW");
     processor.input().model().set_layout("NCHW");
@@ -67,12 +75,49 @@ std::shared_ptr<ov::Model> prepare(std::shared_ptr<ov::Model> model, const LoadO
         }
     }
     model = processor.build();
-    if (model->input().get_partial_shape().is_dynamic()) {
-        throw std::logic_error("Network input shape must be static, but is " +
-                               model->input().get_partial_shape().to_string());
+    // Only a height and width (and then a batch) may be left to each inference.
+    const ov::PartialShape shape = model->input().get_partial_shape();
+    if (shape.is_dynamic() && (!dynamicSize || shape[1].is_dynamic())) {
+        throw std::logic_error("Network input shape must be static, but is " + shape.to_string());
     }
     checkPortSizes(*model);
     return model;
+}
+
+int declaredStride(const std::string& text) {
+    int stride = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), stride);
+    if (error != std::errc() || end != text.data() + text.size() || stride < 1 ||
+        stride > NetworkDeclarations::kLargestStride) {
+        throw std::logic_error("The network declares nubex/stride \"" + text + "\", but a stride is a whole number from 1 to " +
+                               std::to_string(NetworkDeclarations::kLargestStride) + ".");
+    }
+    return stride;
+}
+
+// The section "nubex" of the network's rt_info.
+NetworkDeclarations readDeclarations(const ov::Model& model) {
+    NetworkDeclarations declared;
+    const auto text = [&](const char* key) -> std::optional<std::string> {
+        if (!model.has_rt_info("nubex", key)) return std::nullopt;
+        return model.get_rt_info<std::string>("nubex", key);
+    };
+    if (const auto resize = text("resize")) {
+        if (*resize != "letterbox") {
+            throw std::logic_error("The network declares nubex/resize \"" + *resize +
+                                   "\", but the only resize the engine knows is \"letterbox\".");
+        }
+        declared.letterbox = true;
+    }
+    if (const auto stride = text("stride")) declared.stride = declaredStride(*stride);
+    if (const auto alphabet = text("alphabet")) {
+        auto symbols = Base::splitCodePoints(*alphabet);
+        if (!symbols || symbols->empty()) {
+            throw std::logic_error("The network declares a nubex/alphabet that is empty or not UTF-8 text.");
+        }
+        declared.alphabet = std::move(*symbols);
+    }
+    return declared;
 }
 
 std::shared_ptr<LoadedModel> load(ov::Core& core, NetworkData data, const LoadOptions& options) {
@@ -82,9 +127,14 @@ std::shared_ptr<LoadedModel> load(ov::Core& core, NetworkData data, const LoadOp
         loaded->weights.empty()
             ? ov::Tensor()
             : ov::Tensor(ov::element::u8, ov::Shape{loaded->weights.size()}, loaded->weights.data());
-    loaded->model = prepare(core.read_model(data.description, weightsTensor), options);
+    auto model = core.read_model(data.description, weightsTensor);
+    loaded->declared = readDeclarations(*model);
+    loaded->model = prepare(std::move(model), options);
     loaded->inputName = loaded->model->input().get_any_name();
-    loaded->inputShape = loaded->model->input().get_shape();
+    loaded->inputPartialShape = loaded->model->input().get_partial_shape();
+    for (const auto& dimension : loaded->inputPartialShape) {
+        loaded->inputShape.push_back(dimension.is_static() ? static_cast<std::size_t>(dimension.get_length()) : 0);
+    }
     loaded->inputType = loaded->model->input().get_element_type();
     loaded->compiled = core.compile_model(loaded->model, kDeviceName);
     return loaded;

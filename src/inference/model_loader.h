@@ -33,14 +33,20 @@ struct NetworkData {
 // How a network is prepared: the element type its input is fed with, and a
 // check of its outputs that throws what does not fit and returns the outputs
 // to read as f32 (none: the outputs keep the types the network declares).
+// With keepsDynamicBatch, a network whose input size is dynamic keeps a
+// dynamic batch (several regions per request); every other input gets a
+// batch of 1.
 struct LoadOptions {
     ov::element::Type inputType = ov::element::u8;
+    bool keepsDynamicBatch = false;
     std::function<std::vector<std::string>(const ov::Model&)> checkOutputs;
 };
 
-// Reads the network, checks it (one input, the options' output check, sizes
-// within kMaxTensorElements), fixes a batch of 1 and NCHW input of the
-// options' type, and compiles it for the CPU. The weights stay with the loaded model.
+// Reads the network and what it declares (NetworkDeclarations), checks it
+// (one input of 4 dimensions whose channels are fixed, whose height and width
+// may be dynamic; the options' output check; sizes within kMaxTensorElements),
+// fixes a batch of 1 and NCHW input of the options' type, and compiles it for
+// the CPU. The weights stay with the loaded model.
 // Failures are logged to the error and the information streams; the result
 // is then null.
 std::shared_ptr<LoadedModel> loadModel(ov::Core& core, NetworkData data, const LoadOptions& options);

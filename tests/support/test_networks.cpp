@@ -229,20 +229,87 @@ PixelLinkGrid pixelLinkGrid(std::size_t height, std::size_t width, const std::ve
     return grid;
 }
 
-void packNetwork(const std::string& folder, int group, const std::string& detailsLine,
-                 const std::string& classTable, const std::shared_ptr<ov::Model>& model) {
+Inference::NetworkData serialisedNetwork(const std::shared_ptr<ov::Model>& model) {
     std::ostringstream xml;
     std::ostringstream bin;
     ov::pass::Manager manager;
     manager.register_pass<ov::pass::Serialize>(xml, bin);
     manager.run_passes(model->clone());
+    const std::string weights = bin.str();
+    return {xml.str(), std::vector<std::uint8_t>(weights.begin(), weights.end())};
+}
+
+void packNetwork(const std::string& folder, int group, const std::string& detailsLine,
+                 const std::string& classTable, const std::shared_ptr<ov::Model>& model) {
+    auto network = serialisedNetwork(model);
     Resources::ResourceContents contents;
     contents.detailsLine = detailsLine;
     contents.classTable = classTable;
-    contents.network = xml.str();
-    const std::string weights = bin.str();
-    contents.weights.assign(weights.begin(), weights.end());
+    contents.network = std::move(network.description);
+    contents.weights = std::move(network.weights);
     Resources::writeResourceFolder(folder, group, contents);
+}
+
+}  // namespace testing_support
+
+namespace testing_support {
+
+namespace {
+
+std::shared_ptr<v0::Parameter> dynamicImageInput(const ov::PartialShape& shape) {
+    auto input = std::make_shared<v0::Parameter>(ov::element::f32, shape);
+    input->set_friendly_name("image");
+    input->output(0).get_tensor().set_names({"image"});
+    return input;
+}
+
+ov::Dimension bounded(std::int64_t lower, std::int64_t upper) {
+    return upper > 0 ? ov::Dimension(lower, upper) : ov::Dimension::dynamic();
+}
+
+}  // namespace
+
+void declare(const std::shared_ptr<ov::Model>& model, const std::string& key, const std::string& value) {
+    model->set_rt_info(value, "nubex", key);
+}
+
+std::shared_ptr<ov::Model> sizeProbeNetwork(std::int64_t lower, std::int64_t upperHeight, std::int64_t upperWidth) {
+    auto input = dynamicImageInput({1, 3, bounded(lower, upperHeight), bounded(lower, upperWidth)});
+    auto shape = std::make_shared<v3::ShapeOf>(input, ov::element::i64);
+    auto sides = std::make_shared<v8::Gather>(shape, v0::Constant::create(ov::element::i64, {2}, {2, 3}),
+                                              v0::Constant::create(ov::element::i64, {}, {0}));
+    auto asFloat = std::make_shared<v0::Convert>(sides, ov::element::f32);
+    auto scaled = std::make_shared<v1::Divide>(asFloat, v0::Constant::create(ov::element::f32, {}, {1000.0f}));
+    auto row = std::make_shared<v1::Reshape>(scaled, v0::Constant::create(ov::element::i64, {2}, {1, 2}), false);
+    return std::make_shared<ov::Model>(ov::ResultVector{namedResult(row, "scores")}, ov::ParameterVector{input});
+}
+
+std::shared_ptr<ov::Model> dynamicPixelLinkNetwork(std::size_t height, std::size_t width,
+                                                   const std::vector<float>& pixels, const std::vector<float>& links) {
+    auto input = dynamicImageInput({1, 3, -1, -1});
+    auto pixelOutput = fixedOutput(input, ov::Shape{1, 2, height, width}, pixels);
+    auto linkOutput = fixedOutput(input, ov::Shape{1, 16, height, width}, links);
+    return std::make_shared<ov::Model>(
+        ov::ResultVector{namedResult(pixelOutput, "pixels"), namedResult(linkOutput, "links")},
+        ov::ParameterVector{input});
+}
+
+std::shared_ptr<ov::Model> batchedRecogniserNetwork(std::size_t height, const std::vector<std::size_t>& steps,
+                                                    std::size_t classes) {
+    auto input = dynamicImageInput({-1, 3, static_cast<std::int64_t>(height), -1});
+    std::vector<float> values(steps.size() * classes, 0.0f);
+    for (std::size_t t = 0; t < steps.size(); ++t) values[t * classes + steps[t]] = 10.0f;
+    auto scores = v0::Constant::create(ov::element::f32, {steps.size(), 1, classes}, values);
+    // Each region's mean, [1, N, 1], tiny enough to change no decision.
+    auto means = std::make_shared<v1::ReduceMean>(input, v0::Constant::create(ov::element::i64, {3}, {1, 2, 3}), false);
+    auto perRegion = std::make_shared<v1::Reshape>(
+        std::make_shared<v1::Divide>(means, v0::Constant::create(ov::element::f32, {}, {1e6f})),
+        v0::Constant::create(ov::element::i64, {3}, {1, -1, 1}), false);
+    std::vector<float> firstClass(classes, 0.0f);
+    firstClass[0] = 1.0f;
+    auto marked = std::make_shared<v1::Multiply>(perRegion, v0::Constant::create(ov::element::f32, {1, 1, classes}, firstClass));
+    auto output = std::make_shared<v1::Add>(scores, marked);  // [T, N, classes]
+    return std::make_shared<ov::Model>(ov::ResultVector{namedResult(output, "logits")}, ov::ParameterVector{input});
 }
 
 }  // namespace testing_support

@@ -7,6 +7,8 @@
 
 #include <openvino/core/model.hpp>
 
+#include "inference/model_loader.h"
+
 namespace testing_support {
 
 // [1, 3, H, W] float input -> [1, 3]: the mean of each channel divided by
@@ -61,8 +63,33 @@ struct PixelLinkGrid {
 };
 PixelLinkGrid pixelLinkGrid(std::size_t height, std::size_t width, const std::vector<std::string>& rows);
 
+// The model serialised to IR, as a resource holds it deciphered.
+Inference::NetworkData serialisedNetwork(const std::shared_ptr<ov::Model>& model);
+
 // Serialises the model to IR and writes it, enciphered, as a resource folder.
 void packNetwork(const std::string& folder, int group, const std::string& detailsLine,
                  const std::string& classTable, const std::shared_ptr<ov::Model>& model);
+
+}  // namespace testing_support
+
+namespace testing_support {
+
+// Networks that declare more than the fixed form. The declarations are set
+// in the model's rt_info section "nubex" (key -> value).
+void declare(const std::shared_ptr<ov::Model>& model, const std::string& key, const std::string& value);
+
+// [1, 3, H, W] with H and W dynamic within [lower, upper] (0: unbounded) ->
+// [1, 2]: the height and width it was fed, divided by 1000.
+std::shared_ptr<ov::Model> sizeProbeNetwork(std::int64_t lower, std::int64_t upperHeight, std::int64_t upperWidth);
+
+// fixedPixelLinkNetwork with a dynamic input [1, 3, ?, ?].
+std::shared_ptr<ov::Model> dynamicPixelLinkNetwork(std::size_t height, std::size_t width,
+                                                   const std::vector<float>& pixels, const std::vector<float>& links);
+
+// A recogniser [N, 3, height, ?] -> [T, N, classes] that scores 10 on class
+// steps[t] at step t (0 elsewhere) for every region of the batch; each
+// region's input reaches its scores through a negligible share of its mean.
+std::shared_ptr<ov::Model> batchedRecogniserNetwork(std::size_t height, const std::vector<std::size_t>& steps,
+                                                    std::size_t classes);
 
 }  // namespace testing_support
