@@ -32,6 +32,25 @@
  *   Categories and networks come from resource folders found below resource
  *   directories. The default directory is "res/" beside the loaded library;
  *   SetNubexResourceDirectory() adds more.
+ *
+ * Networks that declare more (opt-in; a network of the fixed form is fed and
+ * read exactly as before). A network's IR may carry, in its rt_info section
+ * "nubex": "resize" = "letterbox" (a fixed-size classifier, text presence or
+ * face input gets the picture scaled uniformly, centred on black margins;
+ * face boxes, normalised over the whole input, come back in picture pixels);
+ * "stride" (1..1024, default 32: dynamic sizes are rounded to its multiples);
+ * "alphabet" (a text recogniser's symbols in class order, one UTF-8 code
+ * point each, the blank the class after the last; a reading is then kept
+ * when the mean probability of its symbols is at least 0.5). An input whose
+ * height and width are dynamic gets the picture at its own proportions: a
+ * classifier or face network fitted into the dimensions' upper bounds (at its
+ * size when unbounded), the text detector the working image (shrunk only to
+ * fit the bounds), each side rounded to the stride; a recogniser with a fixed
+ * height and a dynamic width reads each region at that height and its own
+ * width (at most the width's upper bound, else 50 heights), several regions
+ * of similar widths per request when its batch is dynamic too (padded on
+ * the right with mid-grey 127.5; output [T, N, classes]). No input is fed
+ * more than 2^24 values. The README's "Network contracts" gives the details.
  */
 #ifndef NUBEX_ENGINE_H
 #define NUBEX_ENGINE_H
