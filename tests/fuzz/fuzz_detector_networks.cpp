@@ -1,8 +1,11 @@
 // Fuzz target: well-formed networks of odd shapes and values for each kind of
 // detector, scanned through the C interface. The input is
-//   byte 0      the kind: classifier, face detector ([A, B, N, 7] output),
-//               pixel-and-link text detector ([A, 2, H, W] and [B, 16, H, W]
-//               outputs), text recogniser ([T, B, 37] output)
+//   byte 0      the kind (its value modulo 4): classifier, face detector
+//               ([A, B, N, 7] output), pixel-and-link text detector
+//               ([A, 2, H, W] and [B, 16, H, W] outputs), text recogniser
+//               ([T, B, 37] output); from 0x80 on, a byte of declarations
+//               follows: dynamic height, width and batch (bounded or not),
+//               letterboxing, a stride and an alphabet, each with what it needs
 //   then        the network's input shape and its output shapes, a byte for
 //               each dimension, and the outputs' values: a byte picks one of
 //               a set of values (NaN, infinities, huge, negative, ...) or,
@@ -19,6 +22,7 @@
 #include <filesystem>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <unistd.h>
@@ -112,6 +116,41 @@ std::vector<OutputPort> outputsOf(std::size_t kind, Bytes& bytes) {
     }
 }
 
+// A few symbols of one to four bytes each, for declared alphabets.
+const char* const kSymbols[] = {"a", "B", " ", ",", "\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80", "#", "\"", "\\"};
+
+// What a network declares and which of its input dimensions are dynamic.
+struct Form {
+    std::vector<std::pair<std::string, std::string>> declarations;
+    std::size_t alphabetSymbols = 0;
+};
+
+ov::Dimension maybeDynamic(Bytes& bytes, std::size_t fixed, bool dynamic) {
+    if (!dynamic) return static_cast<std::int64_t>(fixed);
+    const std::uint8_t bound = bytes.next();
+    if (bound < 0x40) return ov::Dimension::dynamic();
+    const std::int64_t lower = bound % 4;
+    return {lower, lower + bound % 96};  // a lower bound of 0-3, an upper up to 95 more
+}
+
+Form declaredForm(Bytes& bytes, ov::PartialShape& input) {
+    const std::uint8_t flags = bytes.next();
+    input[2] = maybeDynamic(bytes, static_cast<std::size_t>(input[2].get_length()), flags & 1);
+    input[3] = maybeDynamic(bytes, static_cast<std::size_t>(input[3].get_length()), flags & 2);
+    input[0] = maybeDynamic(bytes, static_cast<std::size_t>(input[0].get_length()), flags & 4);
+    Form form;
+    if (flags & 8) form.declarations.emplace_back("resize", flags & 0x40 ? "letterbox" : "stretch");
+    if (flags & 16) form.declarations.emplace_back("stride", std::to_string(static_cast<int>(bytes.next()) * 5 - 10));
+    if (flags & 32) {
+        form.alphabetSymbols = bytes.next() % 12;
+        std::string alphabet;
+        for (std::size_t i = 0; i < form.alphabetSymbols; ++i) alphabet += kSymbols[bytes.next() % std::size(kSymbols)];
+        if (flags & 0x80) alphabet.pop_back();  // maybe cut inside a symbol
+        form.declarations.emplace_back("alphabet", alphabet);
+    }
+    return form;
+}
+
 const std::string& directory() {
     static const std::string path = [] {
         const auto folder =
@@ -135,16 +174,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const bool ready = prepare();
     if (!ready || size < 1) return 0;
     Bytes bytes(data, size);
-    const std::size_t kind = bytes.next() % std::size(kKinds);
-    const ov::Shape input{usually(bytes, 1), usually(bytes, 3), bytes.next() % 49u, bytes.next() % 49u};
-    const auto outputs = outputsOf(kind, bytes);
-    if (ov::shape_size(input) > 4 * kMaxElements || elements(outputs) > kMaxElements) return 0;
+    const std::uint8_t first = bytes.next();
+    const std::size_t kind = first % std::size(kKinds);
+    const ov::Shape fixedInput{usually(bytes, 1), usually(bytes, 3), bytes.next() % 49u, bytes.next() % 49u};
+    ov::PartialShape input(fixedInput);
+    const Form form = first >= 0x80 ? declaredForm(bytes, input) : Form{};
+    auto outputs = outputsOf(kind, bytes);
+    // A recogniser with an alphabet mostly scores its symbols and the blank.
+    if (kind == 3 && form.alphabetSymbols > 0 && bytes.next() < 0xc0) outputs[0].shape[2] = form.alphabetSymbols + 1;
+    if (ov::shape_size(fixedInput) > 4 * kMaxElements || elements(outputs) > kMaxElements) return 0;
     std::vector<float> values;
     while (!bytes.empty() && values.size() < kMaxElements) values.push_back(bytes.value());
 
     const Kind& chosen = kKinds[kind];
+    const auto network = testing_support::fixedOutputsNetwork(input, outputs, values);
+    for (const auto& [key, value] : form.declarations) testing_support::declare(network, key, value);
     testing_support::packNetwork(directory() + "/" + chosen.folder, chosen.group, chosen.details, chosen.classes,
-                                 testing_support::fixedOutputsNetwork(input, outputs, values));
+                                 network);
     // Only this network loads again; its set's other members stay loaded.
     Nubex::engine().releaseResource(chosen.identifier);
 

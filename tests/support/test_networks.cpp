@@ -135,12 +135,12 @@ std::shared_ptr<ov::Model> fixedRecogniserNetwork(const std::string& sequence) {
     return std::make_shared<ov::Model>(ov::ResultVector{namedResult(output, "logits")}, ov::ParameterVector{input});
 }
 
-std::shared_ptr<ov::Model> fixedOutputsNetwork(const ov::Shape& inputShape, const std::vector<OutputPort>& outputs,
+std::shared_ptr<ov::Model> fixedOutputsNetwork(const ov::PartialShape& inputShape, const std::vector<OutputPort>& outputs,
                                                const std::vector<float>& values) {
     auto input = std::make_shared<v0::Parameter>(ov::element::f32, inputShape);
     input->set_friendly_name("image");
     input->output(0).get_tensor().set_names({"image"});
-    std::vector<std::int64_t> everyAxis(inputShape.size());
+    std::vector<std::int64_t> everyAxis(inputShape.rank().get_length());
     for (std::size_t axis = 0; axis < everyAxis.size(); ++axis) everyAxis[axis] = static_cast<std::int64_t>(axis);
     auto sum = std::make_shared<v1::ReduceSum>(input, v0::Constant::create(ov::element::i64, {everyAxis.size()}, everyAxis),
                                                false);

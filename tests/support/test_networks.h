@@ -52,7 +52,7 @@ struct OutputPort {
     std::string name;
     ov::Shape shape;
 };
-std::shared_ptr<ov::Model> fixedOutputsNetwork(const ov::Shape& input, const std::vector<OutputPort>& outputs,
+std::shared_ptr<ov::Model> fixedOutputsNetwork(const ov::PartialShape& input, const std::vector<OutputPort>& outputs,
                                                const std::vector<float>& values);
 
 // Pixel-and-link scores for a set of positive cells, every link between
