@@ -1,6 +1,8 @@
 // Networks that opt into more than the fixed form: letterboxed and dynamic
 // inputs, regions read at their own width in batches, a declared alphabet.
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
@@ -127,4 +129,14 @@ TEST(DeclaredNetworks, DeclarationsMustSuitTheNetwork) {
         declare(reader, "alphabet", alphabet);
         EXPECT_EQ(contract(reader, Resources::ResourceKind::TextRecognition), "not loaded");
     }
+}
+
+TEST(DeclaredNetworks, ConcurrentScansAgree) {
+    const std::string expected = scan(128, 64, "8337,5,31,32");
+    std::vector<std::string> documents(8);
+    std::vector<std::thread> scanners;
+    for (auto& seen : documents) scanners.emplace_back([&seen] { seen = scan(128, 64, "8337,5,31,32"); });
+    for (auto& scanner : scanners) scanner.join();
+    for (const auto& seen : documents) EXPECT_EQ(seen, expected);
+    EXPECT_NE(expected.find(kReading), std::string::npos) << expected;
 }

@@ -134,7 +134,8 @@ std::string filePath(const std::string& folder, int group, FileRole role) {
 struct Verified {
     Resources::DetailsLine details;
     ResourceKind kind = ResourceKind::Classifier;
-    ov::Shape input;
+    ov::PartialShape input;
+    std::string declared;  // what the network declares, for the report
     Resources::ClassTable table;
 };
 
@@ -194,7 +195,12 @@ Verified verifyFolder(const std::string& folder, int group, const std::optional<
         throw std::runtime_error(std::string("not a valid ") + Nubex::kindName(verified.kind) + " network: " +
                                  problem);
     }
-    verified.input = loaded->inputShape;
+    verified.input = loaded->inputPartialShape;
+    if (loaded->declared.letterbox) verified.declared += ", letterboxed";
+    if (loaded->dynamicSize()) verified.declared += ", sizes rounded to " + std::to_string(loaded->declared.stride);
+    if (!loaded->declared.alphabet.empty()) {
+        verified.declared += ", an alphabet of " + std::to_string(loaded->declared.alphabet.size()) + " symbols";
+    }
     return verified;
 }
 
@@ -206,7 +212,7 @@ std::optional<ResourceKind> kindArgument(const Arguments& arguments) {
 void printVerified(const Verified& verified) {
     std::cout << "ok: " << verified.details.identifier << " (" << verified.details.name << ", "
               << verified.details.version << ") is a " << Nubex::kindName(verified.kind) << " network with input "
-              << verified.input << "\n";
+              << verified.input << verified.declared << "\n";
 }
 
 // --- against: the pack beside the resources already installed ---
@@ -639,6 +645,11 @@ int inspect(const Arguments& arguments) {
     const auto model = core.read_model(text(FileRole::Network), tensor);
     printPorts("input", model->inputs());
     printPorts("output", model->outputs());
+    for (const char* key : {"resize", "stride", "alphabet"}) {
+        if (model->has_rt_info("nubex", key)) {
+            std::cout << "declares\t" << key << "\t" << model->get_rt_info<std::string>("nubex", key) << "\n";
+        }
+    }
     return 0;
 }
 
