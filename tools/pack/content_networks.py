@@ -5,8 +5,8 @@ one class that matters: the probability that the picture is pornographic
 (not safe for work). It was trained on the picture stretched to 256 x 256
 with the central 224 x 224 cut out, BGR minus the channel means. Here its
 input is 512 x 512 raw BGR 0..255 planar, stretched by the engine; the graph
-averages it down to 256 (2 x 2 blocks: a downscale by pixel area, as the
-reference resize does) and cuts out the centre.
+scales it down to 256 with an antialiased bilinear filter (as the reference
+resize, Pillow's, does) and cuts out the centre.
 
 Option: NudeNet's detector (YOLOv8n, from the nudenet wheel) reduced in-graph
 to one score per class, the highest confidence of that class over all
@@ -39,8 +39,9 @@ def build_open_nsfw(core: ov.Core, onnx_path: str) -> ov.Model:
     network = core.read_model(onnx_path)  # NHWC [?, 224, 224, 3], BGR minus the means
     network.reshape({network.inputs[0]: ov.PartialShape([1, OPEN_NSFW_CROP, OPEN_NSFW_CROP, 3])})
     image = ops.parameter([1, 3, OPEN_NSFW_INPUT, OPEN_NSFW_INPUT], ov.Type.f32, name="image")
-    block = OPEN_NSFW_INPUT // OPEN_NSFW_RESIZE
-    resized = ops.avg_pool(image, [block, block], [0, 0], [0, 0], [block, block], exclude_pad=True)
+    size = ops.constant(np.array([OPEN_NSFW_RESIZE, OPEN_NSFW_RESIZE], dtype=np.int64))
+    resized = ops.interpolate(image, size, mode="linear", shape_calculation_mode="sizes",
+                              axes=ops.constant(np.array([2, 3], dtype=np.int64)), antialias=True)
     start = (OPEN_NSFW_RESIZE - OPEN_NSFW_CROP) // 2
     crop = ops.slice(resized, np.array([0, 0, start, start]),
                      np.array([1, 3, start + OPEN_NSFW_CROP, start + OPEN_NSFW_CROP]), np.array([1, 1, 1, 1]))

