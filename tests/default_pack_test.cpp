@@ -195,7 +195,7 @@ TEST_F(DefaultPack, TextGateSaysYesToTextAndNoToPhotographs) {
 }
 
 TEST_F(DefaultPack, ContentScoresAreStableAndBounded) {
-    const char* categories = "101,102,103,104,105,106,107,108,109,110,111,112,113,114,115,116,117,118";
+    const char* categories = "120";
     for (const char* picture : {"/astronaut.png", "/coffee.png", "/chelsea.png"}) {
         const Scan first = scanFile(kSamples + picture, categories);
         const Scan second = scanFile(kSamples + picture, categories);
@@ -206,8 +206,11 @@ TEST_F(DefaultPack, ContentScoresAreStableAndBounded) {
             EXPECT_LE(value, 100.0) << first.text;
         }
     }
-    // The portrait shows a woman's face: the classifier agrees.
-    EXPECT_GT(score(scanFile(kSamples + "/astronaut.png", categories), "Female face"), 50.0f);
+    // None of the samples is explicit: the classifier agrees (a swapped class
+    // order or a broken input adapter would score them high).
+    for (const char* picture : {"/astronaut.png", "/coffee.png", "/chelsea.png", "/sign.png"}) {
+        EXPECT_LT(score(scanFile(kSamples + picture, categories), "Explicit"), 50.0f) << picture;
+    }
 }
 
 // The real networks of every kind, scanned from several threads at once on
@@ -218,13 +221,13 @@ TEST_F(DefaultPackTest, SeveralThreadsScanSmallPicturesAlike) {
 #if defined(__SANITIZE_THREAD__)
     // The real networks run slowly under the thread sanitizer (the text
     // detector's 736 x 992 network takes minutes per scan): the face network
-    // and one content category with its second stage, one scan per thread.
+    // and the content category, one scan per thread.
     // The text worker's own threads are checked there with generated networks.
-    const char* categories = "8337,101";
+    const char* categories = "8337,120";
     constexpr std::size_t kScansPerThread = 1;
 #else
     constexpr std::size_t kScansPerThread = 2;
-    const char* categories = "8337,9112,101,102,103,104,105,106,107,108,109,110,111,112,113,114,115,116,117,118";
+    const char* categories = "8337,9112,120";
 #endif
     std::vector<std::vector<std::uint8_t>> pixels;
     std::vector<cv::Size> sizes;

