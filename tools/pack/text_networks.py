@@ -1,49 +1,76 @@
-"""The text resources, from the PP-OCRv4 networks in the rapidocr-openvino
+"""The text resources, from the PP-OCRv6 small networks in the rapidocr
 wheel, with in-graph adapters to the engine's contracts. The engine feeds raw
 BGR 0..255 planar values; PaddleOCR's networks take BGR scaled to [-1, 1].
+All three take pictures of any size (dynamic spatial input) and declare what
+the engine needs to know in the IR's rt_info, section "nubex".
 
-- 9112 detector: DB probability map turned into pixel-and-link outputs
-  [1, 2, H/2, W/2] and [1, 16, H/2, W/2]. A pixel is text where the map,
-  halved by a max pool, is at least 0.3, after the text areas are grown as
-  DB's "unclip" step grows them; every link between text pixels is on, so
-  components are the 8-connected text areas.
-- 9113 presence: the same detector at a lower size; [1, 2] = (1 - m, m) with
-  m the share of the picture that is text, reaching 1 at 1 %.
-- 19112 recogniser: [T, 1, 37] log-probabilities over "0-9a-z" and the blank,
-  upper and lower case merged; every other symbol counts as blank.
+- 9112 detector: input [1, 3, ?, ?] (sides multiples of 32); the DB
+  probability map turned into pixel-and-link outputs [1, 2, H/2, W/2] and
+  [1, 16, H/2, W/2]. The text "kernels" are where the map, halved by a max
+  pool, is at least TEXT_PROBABILITY; each kernel is grown as DB's "unclip"
+  step grows it, in proportion to its thickness. Links keep the grown areas
+  of neighbouring kernels (close lines of a page) apart: kernel pixels link
+  to kernel pixels, and every grown pixel links to exactly one neighbour one
+  step nearer to a kernel, so each component is one kernel and the pixels
+  that lead to it.
+- 9113 presence: the same detector on the whole picture fitted into at most
+  PRESENCE_SIDE pixels; [1, 2] = (1 - m, m) with m from the strongest text
+  blob: the DB map averaged over PRESENCE_WINDOW pixels, at its maximum,
+  mapped linearly from PRESENCE_LOW (0) to PRESENCE_HIGH (1).
+- 19112 recogniser: input [?, 3, 48, ?] (batch and width dynamic), output
+  [T, N, C] log-probabilities over the printable ASCII symbols and the space
+  (declared as the alphabet) and the blank, last. Full-width forms and a few
+  typographic marks are folded into their ASCII symbols; the network's other
+  symbols (CJK and the rest of its 18,000) are left out and the remaining
+  classes renormalised, so a Latin reading never turns into a look-alike
+  glyph outside the alphabet.
 """
+
+import string
+import unicodedata
 
 import numpy as np
 import openvino as ov
 from openvino import opset13 as ops
 
-ALPHABET = "0123456789abcdefghijklmnopqrstuvwxyz"
-DETECTOR_SIZE = (736, 992)   # height, width: multiples of 32
-PRESENCE_SIZE = (320, 448)
-RECOGNISER_SIZE = (48, 240)
+STRIDE = 32
+RECOGNISER_HEIGHT = 48
+RECOGNISER_STRIDE = 8        # the recogniser emits one step per 8 input columns
 TEXT_PROBABILITY = 0.3
 UNCLIP = 1.5
-PRESENCE_FULL_SHARE = 0.01
 UNCLIP_SCALES = (1, 2, 3, 4, 6, 8, 11, 16)
+PRESENCE_SIDE = 640
+PRESENCE_WINDOW = 3
+PRESENCE_LOW = 0.35
+PRESENCE_HIGH = 0.6
+
+# The recogniser's alphabet: printable ASCII and the space (blank after it).
+ALPHABET = string.digits + string.ascii_letters + string.punctuation + " "
+# Symbols that read as an ASCII symbol in English text.
+FOLDED = {"\u2018": "'", "\u2019": "'", "\u201a": ",", "\u201c": '"', "\u201d": '"', "\u2013": "-",
+          "\u2014": "-", "\u2212": "-", "\u2010": "-", "\u2011": "-", "\u00b7": ".", "\u2022": ".",
+          "\u3000": " ", "\u00a0": " "}
 
 
-def _logit(p):
-    return float(np.log(p / (1.0 - p)))
+def _declare(model, **values):
+    for key, value in values.items():
+        model.set_rt_info(str(value), ["nubex", key])
 
 
-def _normalised_input(height, width):
-    image = ops.parameter([1, 3, height, width], ov.Type.f32, name="image")
+def _normalised_input(shape):
+    image = ops.parameter(shape, ov.Type.f32, name="image")
     scaled = ops.subtract(ops.multiply(image, ops.constant(np.float32(1.0 / 127.5))), ops.constant(np.float32(1.0)))
     return image, scaled
 
 
-def _attach(core, onnx_path, source, height, width):
-    """The DB network reshaped to the size, fed from source; its probability map."""
+def _attach(core, onnx_path, source, shape):
+    """The network reshaped, fed from source; the input of its final op's
+    result (the DB map for a detector, the softmax for a recogniser)."""
     network = core.read_model(onnx_path)
-    network.reshape({network.inputs[0]: ov.PartialShape([1, 3, height, width])})
+    network.reshape({network.inputs[0]: ov.PartialShape(shape)})
     for target in list(network.inputs[0].get_target_inputs()):
         target.replace_source_output(source.output(0))
-    return network.output(0).get_node().input_value(0)  # [1, 1, H, W]
+    return network.output(0).get_node().input_value(0)
 
 
 def _pool(value, radius):
@@ -65,64 +92,156 @@ def _unclip(mask):
     return grown
 
 
+def _constant(value):
+    return ops.constant(np.float32(value))
+
+
+def _shifted(value, dx, dy, fill):
+    """value[y + dy, x + dx] at (x, y): the neighbour's value, fill outside."""
+    padded = ops.pad(value, ops.constant(np.array([0, 0, 1, 1], dtype=np.int64)),
+                     ops.constant(np.array([0, 0, 1, 1], dtype=np.int64)), "constant", _constant(fill))
+    big = np.iinfo(np.int64).max
+    start = np.array([1 + dy, 1 + dx], dtype=np.int64)
+    stop = np.array([dy - 1 if dy < 1 else big, dx - 1 if dx < 1 else big], dtype=np.int64)
+    return ops.slice(padded, ops.constant(start), ops.constant(stop), ops.constant(np.array([1, 1], dtype=np.int64)),
+                     ops.constant(np.array([2, 3], dtype=np.int64))).output(0)
+
+
+# The engine's neighbour order: row by row around the pixel.
+NEIGHBOURS = ((-1, -1), (0, -1), (1, -1), (-1, 0), (1, 0), (-1, 1), (0, 1), (1, 1))
+
+
+def _links(kernel, grown):
+    """Link k of a pixel (on = 1): both are kernel pixels, or the pixel is
+    grown and neighbour k is the first of its neighbours one step nearer to a
+    kernel (steps counted inside the grown area)."""
+    reach = max(UNCLIP_SCALES) + int(round(UNCLIP * max(UNCLIP_SCALES))) + 1
+    level = kernel
+    steps = ops.subtract(grown, kernel)  # grown pixels start one step out
+    for _ in range(reach):
+        level = ops.multiply(_pool(level, 1), grown)
+        steps = ops.add(steps, ops.subtract(grown, level))
+    steps = ops.add(steps, ops.multiply(ops.subtract(_constant(1.0), grown), _constant(1e6)))
+    outside = ops.subtract(_constant(1.0), kernel)
+    nearer_one = ops.subtract(steps, _constant(1.0))
+    taken = None
+    links = []
+    for dx, dy in NEIGHBOURS:
+        neighbour_kernel = _shifted(kernel, dx, dy, 0.0)
+        neighbour_steps = _shifted(steps, dx, dy, 1e6)
+        nearer = ops.multiply(ops.convert(ops.equal(neighbour_steps, nearer_one), ov.Type.f32), outside)
+        first = nearer if taken is None else ops.multiply(nearer, ops.subtract(_constant(1.0), taken))
+        taken = nearer if taken is None else ops.maximum(taken, nearer)
+        links.append(ops.maximum(ops.multiply(kernel, neighbour_kernel), first))
+    return links
+
+
+def _on_off(value):
+    """A pair of channels (0, +-10) whose softmax is on where value is 1."""
+    positive = ops.subtract(ops.multiply(value, _constant(20.0)), _constant(10.0))
+    return [ops.multiply(value, _constant(0.0)), positive]
+
+
 def build_detector(core, onnx_path):
-    height, width = DETECTOR_SIZE
-    image, scaled = _normalised_input(height, width)
-    probability = _attach(core, onnx_path, scaled, height, width)
+    shape = [1, 3, -1, -1]
+    image, scaled = _normalised_input(shape)
+    probability = _attach(core, onnx_path, scaled, shape)
     halved = ops.max_pool(probability, [2, 2], [2, 2], [0, 0], [0, 0], [2, 2], "floor").output(0)
-    mask = ops.convert(ops.greater_equal(halved, ops.constant(np.float32(TEXT_PROBABILITY))), ov.Type.f32)
-    text = _unclip(mask)  # 0 or 1
-    positive = ops.subtract(ops.multiply(text, ops.constant(np.float32(20.0))), ops.constant(np.float32(10.0)))
-    zeros = ops.multiply(text, ops.constant(np.float32(0.0)))
-    pixels = ops.concat([zeros, positive], axis=1)
-    link_pairs = np.tile(np.array([0.0, 10.0], dtype=np.float32), 8).reshape(1, 16, 1, 1)
-    links = ops.add(zeros, ops.constant(link_pairs))
+    kernel = ops.convert(ops.greater_equal(halved, _constant(TEXT_PROBABILITY)), ov.Type.f32)
+    grown = _unclip(kernel)  # 0 or 1
+    pixels = ops.concat(_on_off(grown), axis=1)
+    channels = []
+    for link in _links(kernel, grown):
+        channels += _on_off(link)
+    links = ops.concat(channels, axis=1)
     pixels.output(0).get_tensor().set_names({"pixels"})
     links.output(0).get_tensor().set_names({"links"})
-    return ov.Model([pixels, links], [image], "text_detection_db")
+    model = ov.Model([pixels, links], [image], "text_detection_db")
+    _declare(model, stride=STRIDE)
+    return model
 
 
 def build_presence(core, onnx_path):
-    height, width = PRESENCE_SIZE
-    image, scaled = _normalised_input(height, width)
-    probability = _attach(core, onnx_path, scaled, height, width)
-    text = ops.convert(ops.greater_equal(probability, ops.constant(np.float32(TEXT_PROBABILITY))), ov.Type.f32)
-    share = ops.reduce_mean(text, ops.constant(np.array([1, 2, 3], dtype=np.int64)), False)  # [1]
-    presence = ops.minimum(ops.divide(share, ops.constant(np.float32(PRESENCE_FULL_SHARE))),
-                           ops.constant(np.float32(1.0)))
+    shape = ov.PartialShape([1, 3, ov.Dimension(STRIDE, PRESENCE_SIDE), ov.Dimension(STRIDE, PRESENCE_SIDE)])
+    image, scaled = _normalised_input(shape)
+    probability = _attach(core, onnx_path, scaled, shape)
+    window = PRESENCE_WINDOW
+    smooth = ops.avg_pool(probability, [1, 1], [0, 0], [0, 0], [window, window], True, "floor")
+    strongest = ops.reduce_max(smooth, ops.constant(np.array([1, 2, 3], dtype=np.int64)), False)  # [1]
+    presence = ops.divide(ops.subtract(strongest, _constant(PRESENCE_LOW)), _constant(PRESENCE_HIGH - PRESENCE_LOW))
+    presence = ops.clamp(presence, 0.0, 1.0)
     presence = ops.reshape(presence, ops.constant(np.array([1, 1], dtype=np.int64)), False)
-    scores = ops.concat([ops.subtract(ops.constant(np.float32(1.0)), presence), presence], axis=1)
+    scores = ops.concat([ops.subtract(_constant(1.0), presence), presence], axis=1)
     scores.output(0).get_tensor().set_names({"text_presence"})
-    return ov.Model([scores], [image], "text_presence_db")
+    model = ov.Model([scores], [image], "text_presence_db")
+    _declare(model, stride=STRIDE)
+    return model
 
 
-def _class_map(dictionary_path):
-    """For each alphabet symbol the output columns it gathers (blank is 0)."""
-    with open(dictionary_path, encoding="utf-8") as handle:
-        symbols = [line.rstrip("\n") for line in handle]
-    columns = {c: [] for c in ALPHABET}
+def folded_symbol(symbol):
+    """The alphabet symbol a network symbol reads as, or None."""
+    symbol = FOLDED.get(symbol, symbol)
+    if len(symbol) == 1 and symbol in ALPHABET:
+        return symbol
+    narrowed = unicodedata.normalize("NFKC", symbol) if len(symbol) == 1 and 0xFF01 <= ord(symbol) <= 0xFF5E else ""
+    return narrowed if len(narrowed) == 1 and narrowed in ALPHABET else None
+
+
+def class_columns(symbols):
+    """For each alphabet symbol and then the blank, the network's classes it
+    gathers. symbols: the network's classes after its blank (class 0), the
+    space last, as PaddleOCR's recognisers order them."""
+    columns = [[] for _ in range(len(ALPHABET) + 1)]
     for index, symbol in enumerate(symbols):
-        if symbol.lower() in columns:
-            columns[symbol.lower()].append(index + 1)
-    return [columns[c] for c in ALPHABET]
+        folded = folded_symbol(symbol)
+        if folded is not None:
+            columns[ALPHABET.index(folded)].append(index + 1)
+    columns[len(ALPHABET)].append(0)
+    return columns
 
 
-def build_recogniser(core, onnx_path, dictionary_path):
-    height, width = RECOGNISER_SIZE
-    image, scaled = _normalised_input(height, width)
-    network = core.read_model(onnx_path)
-    network.reshape({network.inputs[0]: ov.PartialShape([1, 3, height, width])})
-    for target in list(network.inputs[0].get_target_inputs()):
-        target.replace_source_output(scaled.output(0))
-    probabilities = network.output(0).get_node().input_value(0)  # [1, T, C], softmax
+def read_symbols(onnx_path):
+    """The recogniser's symbol list as rapidocr ships it: one symbol a line in
+    the ONNX file's metadata entry "character"; the space follows them."""
+    data = open(onnx_path, "rb").read()
+    key = b"\n\tcharacter\x12"
+    at = data.rfind(key)
+    if at < 0:
+        raise ValueError(f"{onnx_path} carries no symbol list")
+    at += len(key)
+    length, shift = 0, 0
+    while True:
+        byte = data[at]
+        at += 1
+        length |= (byte & 0x7F) << shift
+        shift += 7
+        if byte < 0x80:
+            break
+    return data[at:at + length].decode("utf-8").splitlines() + [" "]
+
+
+def build_recogniser(core, onnx_path, symbols):
+    shape = [-1, 3, RECOGNISER_HEIGHT, -1]
+    image, scaled = _normalised_input(shape)
+    probabilities = _attach(core, onnx_path, scaled, shape)  # [N, T, C], softmax
     classes = probabilities.get_partial_shape()[2].get_length()
-    mapping = np.zeros((classes, len(ALPHABET) + 1), dtype=np.float32)
-    for symbol, columns in enumerate(_class_map(dictionary_path)):
-        mapping[columns, symbol] = 1.0
-    mapped = mapping.sum(axis=1) > 0
-    mapping[~mapped, len(ALPHABET)] = 1.0  # blank and every other symbol
-    merged = ops.matmul(probabilities, ops.constant(mapping), False, False)  # [1, T, 37]
-    logits = ops.log(ops.maximum(merged, ops.constant(np.float32(1e-12))))
-    sequence = ops.transpose(logits, ops.constant(np.array([1, 0, 2], dtype=np.int64)))  # [T, 1, 37]
+    if classes != len(symbols) + 1:
+        raise ValueError(f"the recogniser has {classes} classes for {len(symbols)} symbols and the blank")
+    columns = class_columns(symbols)
+    gathered = [index for group in columns for index in group]
+    mapping = np.zeros((len(gathered), len(columns)), dtype=np.float32)
+    row = 0
+    for target, group in enumerate(columns):
+        for _ in group:
+            mapping[row, target] = 1.0
+            row += 1
+    picked = ops.gather(probabilities, ops.constant(np.array(gathered, dtype=np.int64)), ops.constant(np.int64(2)))
+    merged = ops.matmul(picked, ops.constant(mapping), False, False)  # [N, T, symbols + blank]
+    total = ops.reduce_sum(merged, ops.constant(np.array([2], dtype=np.int64)), True)
+    floor = _constant(1e-12)
+    logits = ops.subtract(ops.log(ops.maximum(merged, floor)), ops.log(ops.maximum(total, floor)))
+    sequence = ops.transpose(logits, ops.constant(np.array([1, 0, 2], dtype=np.int64)))  # [T, N, C]
     sequence.output(0).get_tensor().set_names({"logits"})
-    return ov.Model([sequence], [image], "text_recognition_ppocr")
+    model = ov.Model([sequence], [image], "text_recognition_ppocr")
+    _declare(model, alphabet=ALPHABET, stride=RECOGNISER_STRIDE)
+    return model
