@@ -236,6 +236,8 @@ def group_lines(found, working, image):
 def read_symbols(paths, args):
     if not args.symbols:
         return text_networks.read_symbols(paths[args.recogniser])
+    if args.symbols.endswith(".onnx"):
+        return text_networks.read_symbols(paths[args.symbols])
     with open(paths[args.symbols], encoding="utf-8") as handle:
         return [line.rstrip("\n") for line in handle] + [" "]
 
@@ -262,6 +264,9 @@ def main():
     archive = zipfile.ZipFile(pathlib.Path(args.cache) / args.wheel)
     paths = {}
     for member in (args.detector, args.recogniser) + ((args.symbols,) if args.symbols else ()):
+        if pathlib.Path(member).is_absolute():  # a network outside the wheel (a variant)
+            paths[member] = member
+            continue
         target = work / pathlib.Path(member).name
         if not target.exists():
             target.write_bytes(archive.read(member))

@@ -36,9 +36,13 @@ from openvino import opset13 as ops
 STRIDE = 32
 RECOGNISER_HEIGHT = 48
 RECOGNISER_STRIDE = 8        # the recogniser emits one step per 8 input columns
+RECOGNISER_SQUEEZE = 1.0     # the lines are narrowed by this factor before reading
 TEXT_PROBABILITY = 0.3
 UNCLIP = 1.5
 UNCLIP_SCALES = (1, 2, 3, 4, 6, 8, 11, 16)
+UNCLIP_BASE = 1              # every text area grows by at least this much
+GROWTH_REACH = 16            # text pixels are at most this far from a kernel
+UNCLIP_COARSE = (4, 11)      # radii from which the unclip works on a grid 2 and 4 times coarser
 PRESENCE_SIDE = 640
 PRESENCE_WINDOW = 3
 PRESENCE_LOW = 0.35
@@ -83,12 +87,22 @@ def _pool(value, radius):
 def _unclip(mask):
     """DB's "unclip": grow every text area by about UNCLIP times its half
     thickness. Thick areas survive erosion by larger radii and are grown
-    further; the union of the scales grows each area in proportion to its size."""
-    grown = None
+    further; the union of the scales grows each area in proportion to its size.
+    Larger radii are worked at a coarser grid (a block is a kernel where all
+    of it is), as their growth need not be exact to a pixel."""
+    grown = _pool(mask, UNCLIP_BASE) if UNCLIP_BASE > 0 else mask
     for radius in UNCLIP_SCALES:
-        eroded = ops.negative(_pool(ops.negative(mask), radius))
-        scaled = _pool(eroded, radius + int(round(UNCLIP * radius)))
-        grown = scaled if grown is None else ops.maximum(grown, scaled)
+        factor = 4 if radius >= UNCLIP_COARSE[1] else 2 if radius >= UNCLIP_COARSE[0] else 1
+        coarse = mask
+        if factor > 1:
+            coarse = ops.negative(ops.max_pool(ops.negative(mask), [factor, factor], [1, 1], [0, 0], [0, 0],
+                                               [factor, factor], "floor").output(0))
+        eroded = ops.negative(_pool(ops.negative(coarse), radius // factor))
+        scaled = _pool(eroded, int(round((radius + UNCLIP * radius) / factor)))
+        if factor > 1:
+            scaled = ops.interpolate(scaled, ops.constant(np.array([factor, factor], dtype=np.float32)), "nearest",
+                                     "scales", axes=ops.constant(np.array([2, 3], dtype=np.int64)))
+        grown = ops.maximum(grown, scaled)
     return grown
 
 
@@ -112,16 +126,18 @@ NEIGHBOURS = ((-1, -1), (0, -1), (1, -1), (-1, 0), (1, 0), (-1, 1), (0, 1), (1, 
 
 
 def _links(kernel, grown):
-    """Link k of a pixel (on = 1): both are kernel pixels, or the pixel is
-    grown and neighbour k is the first of its neighbours one step nearer to a
-    kernel (steps counted inside the grown area)."""
-    reach = max(UNCLIP_SCALES) + int(round(UNCLIP * max(UNCLIP_SCALES))) + 1
+    """The text pixels and their links (on = 1). Text pixels are the grown
+    pixels at most GROWTH_REACH steps from a kernel (steps counted inside the
+    grown area); link k is on where both are kernel pixels, or where the pixel
+    is grown and neighbour k is the first of its neighbours one step nearer
+    to a kernel."""
     level = kernel
     steps = ops.subtract(grown, kernel)  # grown pixels start one step out
-    for _ in range(reach):
+    for _ in range(GROWTH_REACH - 1):
         level = ops.multiply(_pool(level, 1), grown)
         steps = ops.add(steps, ops.subtract(grown, level))
-    steps = ops.add(steps, ops.multiply(ops.subtract(_constant(1.0), grown), _constant(1e6)))
+    text = ops.multiply(_pool(level, 1), grown)
+    steps = ops.add(steps, ops.multiply(ops.subtract(_constant(1.0), text), _constant(1e6)))
     outside = ops.subtract(_constant(1.0), kernel)
     nearer_one = ops.subtract(steps, _constant(1.0))
     taken = None
@@ -133,7 +149,7 @@ def _links(kernel, grown):
         first = nearer if taken is None else ops.multiply(nearer, ops.subtract(_constant(1.0), taken))
         taken = nearer if taken is None else ops.maximum(taken, nearer)
         links.append(ops.maximum(ops.multiply(kernel, neighbour_kernel), first))
-    return links
+    return text, links
 
 
 def _on_off(value):
@@ -146,12 +162,12 @@ def build_detector(core, onnx_path):
     shape = [1, 3, -1, -1]
     image, scaled = _normalised_input(shape)
     probability = _attach(core, onnx_path, scaled, shape)
-    halved = ops.max_pool(probability, [2, 2], [2, 2], [0, 0], [0, 0], [2, 2], "floor").output(0)
+    halved = ops.max_pool(probability, [2, 2], [1, 1], [1, 1], [1, 1], [3, 3], "floor").output(0)
     kernel = ops.convert(ops.greater_equal(halved, _constant(TEXT_PROBABILITY)), ov.Type.f32)
-    grown = _unclip(kernel)  # 0 or 1
-    pixels = ops.concat(_on_off(grown), axis=1)
+    text, links = _links(kernel, _unclip(kernel))
+    pixels = ops.concat(_on_off(text), axis=1)
     channels = []
-    for link in _links(kernel, grown):
+    for link in links:
         channels += _on_off(link)
     links = ops.concat(channels, axis=1)
     pixels.output(0).get_tensor().set_names({"pixels"})
@@ -223,6 +239,9 @@ def read_symbols(onnx_path):
 def build_recogniser(core, onnx_path, symbols):
     shape = [-1, 3, RECOGNISER_HEIGHT, -1]
     image, scaled = _normalised_input(shape)
+    if RECOGNISER_SQUEEZE != 1.0:
+        scaled = ops.interpolate(scaled, ops.constant(np.array([RECOGNISER_SQUEEZE], dtype=np.float32)), "linear",
+                                 "scales", axes=ops.constant(np.array([3], dtype=np.int64)))
     probabilities = _attach(core, onnx_path, scaled, shape)  # [N, T, C], softmax
     classes = probabilities.get_partial_shape()[2].get_length()
     if classes != len(symbols) + 1:
