@@ -67,11 +67,12 @@ class Reader:
         self.stride = int(recogniser.get_rt_info(["nubex", "stride"]).astype(str))
 
     def presence_score(self, image):
+        """The picture at its own size (unbounded input), each side rounded to
+        the stride; within 2^24 elements."""
         height, width = image.shape[:2]
-        side = text_networks.PRESENCE_SIDE
-        scale = min(side / width, side / height)
+        scale = min(1.0, (MAX_ELEMENTS / (3.0 * width * height)) ** 0.5)
         stride = text_networks.STRIDE
-        size = (min(side, round_to(width * scale, stride)), min(side, round_to(height * scale, stride)))
+        size = (round_to(width * scale, stride), round_to(height * scale, stride))
         resized = cv2.resize(image.astype(np.float32), size, interpolation=cv2.INTER_LINEAR)
         return float(self.presence(planar(resized))[0][0, 1])
 
@@ -254,6 +255,9 @@ def main():
     parser.add_argument("--recogniser", default="rapidocr/models/PP-OCRv6_rec_small.onnx")
     parser.add_argument("--wheel", default="rapidocr-3.10.0-py3-none-any.whl")
     parser.add_argument("--symbols", default="", help="the recogniser's dictionary in the wheel (else its metadata)")
+    parser.add_argument("--presence", default="rapidocr_openvino/models/ch_PP-OCRv4_det_infer.onnx")
+    parser.add_argument("--presence-wheel", default="rapidocr_openvino-1.4.4-py3-none-any.whl")
+    parser.add_argument("--quantise", action="store_true", help="8-bit networks, as the pack builder makes them")
     args = parser.parse_args()
     for assignment in args.set:
         name, value = assignment.split("=", 1)
@@ -271,10 +275,22 @@ def main():
         if not target.exists():
             target.write_bytes(archive.read(member))
         paths[member] = str(target)
+    presence = work / pathlib.Path(args.presence).name
+    if not presence.exists():
+        presence.write_bytes(zipfile.ZipFile(pathlib.Path(args.cache) / args.presence_wheel).read(args.presence))
     core = ov.Core()
-    reader = Reader(core, text_networks.build_detector(core, paths[args.detector]),
-                    text_networks.build_presence(core, paths[args.detector]),
-                    text_networks.build_recogniser(core, paths[args.recogniser],
+
+    def network(path, kind):
+        if not args.quantise:
+            return path
+        done = work / (pathlib.Path(path).stem + "-int8.xml")
+        if not done.exists():
+            ov.save_model(text_networks.quantised(core, path, kind), str(done))
+        return str(done)
+
+    reader = Reader(core, text_networks.build_detector(core, network(paths[args.detector], "detector")),
+                    text_networks.build_presence(core, network(str(presence), "detector")),
+                    text_networks.build_recogniser(core, network(paths[args.recogniser], "recogniser"),
                                                    read_symbols(paths, args)),
                     args.threads)
     manifest = pathlib.Path(args.manifest)

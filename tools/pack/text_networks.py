@@ -44,9 +44,12 @@ UNCLIP_BASE = 1              # every text area grows by at least this much
 GROWTH_REACH = 16            # text pixels are at most this far from a kernel
 UNCLIP_COARSE = (4, 11)      # radii from which the unclip works on a grid 2 and 4 times coarser
 PRESENCE_SIDE = 640
-PRESENCE_WINDOW = 3
-PRESENCE_LOW = 0.35
-PRESENCE_HIGH = 0.6
+PRESENCE_PROBABILITY = 0.5
+PRESENCE_THICKNESS = 48      # pixels (at the presence size) from which an area may be a blob
+PRESENCE_AREA = 300          # text pixels at the presence size that make the score 1
+
+QUANTISATION_LINES = 150
+QUANTISATION_PICTURES = 24
 
 # The recogniser's alphabet: printable ASCII and the space (blank after it).
 ALPHABET = string.digits + string.ascii_letters + string.punctuation + " "
@@ -67,10 +70,11 @@ def _normalised_input(shape):
     return image, scaled
 
 
-def _attach(core, onnx_path, source, shape):
-    """The network reshaped, fed from source; the input of its final op's
-    result (the DB map for a detector, the softmax for a recogniser)."""
-    network = core.read_model(onnx_path)
+def _attach(core, network, source, shape):
+    """The network (a model or a file) reshaped, fed from source; the input of
+    its final op's result (the DB map for a detector, the softmax for a
+    recogniser)."""
+    network = core.read_model(network) if isinstance(network, str) else network.clone()
     network.reshape({network.inputs[0]: ov.PartialShape(shape)})
     for target in list(network.inputs[0].get_target_inputs()):
         target.replace_source_output(source.output(0))
@@ -158,10 +162,11 @@ def _on_off(value):
     return [ops.multiply(value, _constant(0.0)), positive]
 
 
-def build_detector(core, onnx_path):
+def build_detector(core, network):
+    """network: the DB network, a file or a model."""
     shape = [1, 3, -1, -1]
     image, scaled = _normalised_input(shape)
-    probability = _attach(core, onnx_path, scaled, shape)
+    probability = _attach(core, network, scaled, shape)
     halved = ops.max_pool(probability, [2, 2], [1, 1], [1, 1], [1, 1], [3, 3], "floor").output(0)
     kernel = ops.convert(ops.greater_equal(halved, _constant(TEXT_PROBABILITY)), ov.Type.f32)
     text, links = _links(kernel, _unclip(kernel))
@@ -177,15 +182,53 @@ def build_detector(core, onnx_path):
     return model
 
 
-def build_presence(core, onnx_path):
-    shape = ov.PartialShape([1, 3, ov.Dimension(STRIDE, PRESENCE_SIDE), ov.Dimension(STRIDE, PRESENCE_SIDE)])
-    image, scaled = _normalised_input(shape)
-    probability = _attach(core, onnx_path, scaled, shape)
-    window = PRESENCE_WINDOW
-    smooth = ops.avg_pool(probability, [1, 1], [0, 0], [0, 0], [window, window], True, "floor")
-    strongest = ops.reduce_max(smooth, ops.constant(np.array([1, 2, 3], dtype=np.int64)), False)  # [1]
-    presence = ops.divide(ops.subtract(strongest, _constant(PRESENCE_LOW)), _constant(PRESENCE_HIGH - PRESENCE_LOW))
-    presence = ops.clamp(presence, 0.0, 1.0)
+def _pool_box(value, radius_y, radius_x):
+    """Max pool over a (2 radius_y + 1) x (2 radius_x + 1) box, row and column passes."""
+    rows = ops.max_pool(value, [1, 1], [1, 1], [0, radius_x], [0, radius_x], [1, 2 * radius_x + 1], "floor").output(0)
+    return ops.max_pool(rows, [1, 1], [1, 1], [radius_y, 0], [radius_y, 0], [2 * radius_y + 1, 1], "floor").output(0)
+
+
+def _opening(mask, radius_y, radius_x):
+    """What of the mask a box of that size fits into (erosion, then dilation)."""
+    eroded = ops.negative(_pool_box(ops.negative(mask), radius_y, radius_x))
+    return _pool_box(eroded, radius_y, radius_x)
+
+
+def _fitted(image, side):
+    """The picture scaled down (never up) to at most side pixels a side,
+    sides rounded to multiples of STRIDE."""
+    shape = ops.convert(ops.shape_of(image), ov.Type.f32)
+    spatial = ops.gather(shape, ops.constant(np.array([2, 3], dtype=np.int64)), ops.constant(np.int64(0)))
+    longest = ops.reduce_max(spatial, ops.constant(np.array([0], dtype=np.int64)), True)
+    scale = ops.minimum(ops.divide(_constant(float(side)), longest), _constant(1.0))
+    sizes = ops.multiply(ops.round(ops.divide(ops.multiply(spatial, scale), _constant(float(STRIDE))), "half_to_even"),
+                         _constant(float(STRIDE)))
+    sizes = ops.convert(ops.maximum(sizes, _constant(float(STRIDE))), ov.Type.i64)
+    return ops.interpolate(image, sizes, "linear", "sizes", antialias=True,
+                           axes=ops.constant(np.array([2, 3], dtype=np.int64)))
+
+
+def build_presence(core, network):
+    """Text presence: the detector on the picture scaled down to at most
+    PRESENCE_SIDE pixels a side. Text areas are strips: an area that a square
+    of PRESENCE_THICKNESS fits into and that is not long (no box three times as
+    long fits into it either way) is a blob (a cup, a face), and the text area
+    around it is not counted. The score reaches 1 at PRESENCE_AREA text pixels."""
+    shape = [1, 3, -1, -1]
+    image = ops.parameter(shape, ov.Type.f32, name="image")
+    fitted = _fitted(image, PRESENCE_SIDE)
+    scaled = ops.subtract(ops.multiply(fitted, _constant(1.0 / 127.5)), _constant(1.0))
+    probability = _attach(core, network, scaled, shape)
+    text = ops.convert(ops.greater_equal(probability, _constant(PRESENCE_PROBABILITY)), ov.Type.f32)
+    coarse = ops.max_pool(text, [2, 2], [1, 1], [0, 0], [0, 0], [2, 2], "floor").output(0)  # a cell holding text
+    half = PRESENCE_THICKNESS // 4  # the square's half side on the coarse grid
+    blob = _opening(coarse, half, half)
+    long = ops.maximum(_opening(coarse, half, 3 * half), _opening(coarse, 3 * half, half))
+    round_blob = ops.multiply(blob, ops.subtract(_constant(1.0), long))
+    beside = _pool_box(round_blob, half, half)
+    strips = ops.multiply(coarse, ops.subtract(_constant(1.0), beside))
+    area = ops.multiply(ops.reduce_sum(strips, ops.constant(np.array([1, 2, 3], dtype=np.int64)), False), _constant(4.0))
+    presence = ops.clamp(ops.divide(area, _constant(float(PRESENCE_AREA))), 0.0, 1.0)
     presence = ops.reshape(presence, ops.constant(np.array([1, 1], dtype=np.int64)), False)
     scores = ops.concat([ops.subtract(_constant(1.0), presence), presence], axis=1)
     scores.output(0).get_tensor().set_names({"text_presence"})
@@ -236,13 +279,46 @@ def read_symbols(onnx_path):
     return data[at:at + length].decode("utf-8").splitlines() + [" "]
 
 
-def build_recogniser(core, onnx_path, symbols):
+def quantised(core, onnx_path, kind):
+    """The network with 8-bit weights and activations where it keeps its
+    readings (NNCF post-training quantisation, calibrated on rendered text:
+    lines for the recogniser, pages and signs for a detector); kind is
+    "recogniser" or "detector"."""
+    import nncf
+
+    import calibration
+
+    network = core.read_model(onnx_path)
+    if kind == "recogniser":
+        network.reshape({network.inputs[0]: ov.PartialShape([-1, 3, RECOGNISER_HEIGHT, -1])})
+        samples = [_paddle_input(line) for line in calibration.text_lines(QUANTISATION_LINES)]
+        options = {"model_type": nncf.ModelType.TRANSFORMER}
+    else:
+        network.reshape({network.inputs[0]: ov.PartialShape([1, 3, -1, -1])})
+        samples = []
+        for picture in calibration.pictures(QUANTISATION_PICTURES):
+            height, width = picture.shape[:2]
+            size = (max(STRIDE, round(width / STRIDE) * STRIDE), max(STRIDE, round(height / STRIDE) * STRIDE))
+            from PIL import Image
+            resized = np.asarray(Image.fromarray(picture).resize(size, Image.BILINEAR))
+            samples.append(_paddle_input(resized))
+        options = {}
+    return nncf.quantize(network, nncf.Dataset(samples), subset_size=len(samples),
+                         preset=nncf.QuantizationPreset.MIXED, **options)
+
+
+def _paddle_input(bgr):
+    """A BGR uint8 picture as PaddleOCR's networks take it: [1, 3, H, W] in [-1, 1]."""
+    return (bgr.astype(np.float32).transpose(2, 0, 1)[None] / 127.5 - 1.0).astype(np.float32)
+
+
+def build_recogniser(core, network, symbols):
     shape = [-1, 3, RECOGNISER_HEIGHT, -1]
     image, scaled = _normalised_input(shape)
     if RECOGNISER_SQUEEZE != 1.0:
         scaled = ops.interpolate(scaled, ops.constant(np.array([RECOGNISER_SQUEEZE], dtype=np.float32)), "linear",
                                  "scales", axes=ops.constant(np.array([3], dtype=np.int64)))
-    probabilities = _attach(core, onnx_path, scaled, shape)  # [N, T, C], softmax
+    probabilities = _attach(core, network, scaled, shape)  # [N, T, C], softmax
     classes = probabilities.get_partial_shape()[2].get_length()
     if classes != len(symbols) + 1:
         raise ValueError(f"the recogniser has {classes} classes for {len(symbols)} symbols and the blank")
