@@ -298,7 +298,10 @@ def main():
     first = True
     with open(args.out, "w") as out:
         for picture in pictures:
-            image = cv2.imread(str(manifest.parent / pathlib.Path(picture["path"]).name), cv2.IMREAD_COLOR)
+            path = pathlib.Path(picture["path"])
+            if not path.exists():  # a manifest moved with its pictures
+                path = manifest.parent / path.name
+            image = cv2.imread(str(path), cv2.IMREAD_COLOR)
             for attempt in range(2 if first else 1):  # the first picture once more, untimed
                 reader.times = {"detector": 0.0, "recogniser": 0.0}
                 start = time.perf_counter()
