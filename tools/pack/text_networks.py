@@ -114,46 +114,41 @@ def _constant(value):
     return ops.constant(np.float32(value))
 
 
-def _shifted(value, dx, dy, fill):
-    """value[y + dy, x + dx] at (x, y): the neighbour's value, fill outside."""
-    padded = ops.pad(value, ops.constant(np.array([0, 0, 1, 1], dtype=np.int64)),
-                     ops.constant(np.array([0, 0, 1, 1], dtype=np.int64)), "constant", _constant(fill))
-    big = np.iinfo(np.int64).max
-    start = np.array([1 + dy, 1 + dx], dtype=np.int64)
-    stop = np.array([dy - 1 if dy < 1 else big, dx - 1 if dx < 1 else big], dtype=np.int64)
-    return ops.slice(padded, ops.constant(start), ops.constant(stop), ops.constant(np.array([1, 1], dtype=np.int64)),
-                     ops.constant(np.array([2, 3], dtype=np.int64))).output(0)
-
-
 # The engine's neighbour order: row by row around the pixel.
 NEIGHBOURS = ((-1, -1), (0, -1), (1, -1), (-1, 0), (1, 0), (-1, 1), (0, 1), (1, 1))
 
 
+def _neighbours(value):
+    """[1, 8, H, W]: channel k holds neighbour k's value (0 outside the picture)."""
+    weights = np.zeros((8, 1, 3, 3), dtype=np.float32)
+    for k, (dx, dy) in enumerate(NEIGHBOURS):
+        weights[k, 0, 1 + dy, 1 + dx] = 1.0
+    return ops.convolution(value, ops.constant(weights), [1, 1], [1, 1], [1, 1], [1, 1])
+
+
 def _links(kernel, grown):
-    """The text pixels and their links (on = 1). Text pixels are the grown
-    pixels at most GROWTH_REACH steps from a kernel (steps counted inside the
-    grown area); link k is on where both are kernel pixels, or where the pixel
-    is grown and neighbour k is the first of its neighbours one step nearer
-    to a kernel."""
+    """The text pixels and their links, [1, 8, H, W] (on = 1). A grown
+    pixel's steps are its distance to the nearest kernel pixel (in pixels,
+    diagonals counting one); text pixels are the grown pixels at most
+    GROWTH_REACH steps out. Link k is on where both are kernel pixels, or where
+    the pixel is grown and neighbour k is the first of its text neighbours one
+    step nearer to a kernel, so each component is one kernel and the pixels
+    that lead to it."""
     level = kernel
-    steps = ops.subtract(grown, kernel)  # grown pixels start one step out
-    for _ in range(GROWTH_REACH - 1):
-        level = ops.multiply(_pool(level, 1), grown)
-        steps = ops.add(steps, ops.subtract(grown, level))
-    text = ops.multiply(_pool(level, 1), grown)
-    steps = ops.add(steps, ops.multiply(ops.subtract(_constant(1.0), text), _constant(1e6)))
-    outside = ops.subtract(_constant(1.0), kernel)
-    nearer_one = ops.subtract(steps, _constant(1.0))
-    taken = None
-    links = []
-    for dx, dy in NEIGHBOURS:
-        neighbour_kernel = _shifted(kernel, dx, dy, 0.0)
-        neighbour_steps = _shifted(steps, dx, dy, 1e6)
-        nearer = ops.multiply(ops.convert(ops.equal(neighbour_steps, nearer_one), ov.Type.f32), outside)
-        first = nearer if taken is None else ops.multiply(nearer, ops.subtract(_constant(1.0), taken))
-        taken = nearer if taken is None else ops.maximum(taken, nearer)
-        links.append(ops.maximum(ops.multiply(kernel, neighbour_kernel), first))
-    return text, links
+    steps = None
+    for _ in range(GROWTH_REACH):
+        outside = ops.subtract(_constant(1.0), level)
+        steps = outside if steps is None else ops.add(steps, outside)
+        level = _pool(level, 1)
+    text = ops.multiply(level, grown)
+    # steps + 1 on text pixels, 0 elsewhere: a neighbour one step nearer holds steps
+    counted = ops.multiply(ops.add(steps, _constant(1.0)), text)
+    beside = _neighbours(counted)
+    nearer = ops.less(ops.abs(ops.subtract(beside, steps)), _constant(0.5))
+    nearer = ops.multiply(ops.convert(nearer, ov.Type.f32), ops.subtract(text, kernel))  # grown, not kernel
+    running = ops.cumsum(nearer, ops.constant(np.int64(1)))
+    first = ops.multiply(nearer, ops.convert(ops.less(running, _constant(1.5)), ov.Type.f32))
+    return text, ops.maximum(ops.multiply(kernel, _neighbours(kernel)), first)
 
 
 def _on_off(value):
@@ -171,10 +166,10 @@ def build_detector(core, network):
     kernel = ops.convert(ops.greater_equal(halved, _constant(TEXT_PROBABILITY)), ov.Type.f32)
     text, links = _links(kernel, _unclip(kernel))
     pixels = ops.concat(_on_off(text), axis=1)
-    channels = []
-    for link in links:
-        channels += _on_off(link)
-    links = ops.concat(channels, axis=1)
+    off, on = _on_off(links)  # [1, 8, H, W] each, interleaved into pairs
+    pairs = ops.concat([ops.unsqueeze(off, ops.constant(np.int64(2))), ops.unsqueeze(on, ops.constant(np.int64(2)))], 2)
+    spatial = ops.gather(ops.shape_of(pixels), ops.constant(np.array([2, 3], dtype=np.int64)), ops.constant(np.int64(0)))
+    links = ops.reshape(pairs, ops.concat([ops.constant(np.array([1, 16], dtype=np.int64)), spatial], 0), False)
     pixels.output(0).get_tensor().set_names({"pixels"})
     links.output(0).get_tensor().set_names({"links"})
     model = ov.Model([pixels, links], [image], "text_detection_db")
