@@ -79,7 +79,14 @@ class Reader:
     def regions(self, working):
         height, width = working.shape[:2]
         scale = min(1.0, (MAX_ELEMENTS / (3.0 * width * height)) ** 0.5)
-        size = (round_to(width * scale, text_networks.STRIDE), round_to(height * scale, text_networks.STRIDE))
+        bounds = self.detector.inputs[0].get_partial_shape()
+        if bounds[2].get_max_length() > 0 and bounds[3].get_max_length() > 0:
+            scale = min(scale, bounds[3].get_max_length() / width, bounds[2].get_max_length() / height)
+        stride = text_networks.STRIDE
+        size = (round_to(width * scale, stride), round_to(height * scale, stride))
+        if bounds[3].get_max_length() > 0:  # rounding stays within the bounds
+            size = (min(size[0], bounds[3].get_max_length() // stride * stride),
+                    min(size[1], bounds[2].get_max_length() // stride * stride))
         resized = cv2.resize(working.astype(np.float32), size, interpolation=cv2.INTER_LINEAR)
         started = time.perf_counter()
         outputs = self.detector(planar(resized))

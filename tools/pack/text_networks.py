@@ -1,29 +1,33 @@
-"""The text resources, from the PP-OCRv6 small networks in the rapidocr
-wheel, with in-graph adapters to the engine's contracts. The engine feeds raw
-BGR 0..255 planar values; PaddleOCR's networks take BGR scaled to [-1, 1].
-All three take pictures of any size (dynamic spatial input) and declare what
-the engine needs to know in the IR's rt_info, section "nubex".
+"""The text resources, with in-graph adapters to the engine's contracts:
+the PP-OCRv6 small detector and recogniser of the rapidocr wheel, and the
+PP-OCRv4 detector of the rapidocr-openvino wheel for the presence gate. The
+engine feeds raw BGR 0..255 planar values; PaddleOCR's networks take BGR
+scaled to [-1, 1]. All three take pictures of any size (dynamic spatial
+input) and declare what the engine needs to know in the IR's rt_info,
+section "nubex". The pack builder quantises them to 8 bits (quantised()).
 
-- 9112 detector: input [1, 3, ?, ?] (sides multiples of 32); the DB
-  probability map turned into pixel-and-link outputs [1, 2, H/2, W/2] and
-  [1, 16, H/2, W/2]. The text "kernels" are where the map, halved by a max
-  pool, is at least TEXT_PROBABILITY; each kernel is grown as DB's "unclip"
-  step grows it, in proportion to its thickness. Links keep the grown areas
-  of neighbouring kernels (close lines of a page) apart: kernel pixels link
-  to kernel pixels, and every grown pixel links to exactly one neighbour one
-  step nearer to a kernel, so each component is one kernel and the pixels
-  that lead to it.
-- 9113 presence: the same detector on the whole picture fitted into at most
-  PRESENCE_SIDE pixels; [1, 2] = (1 - m, m) with m from the strongest text
-  blob: the DB map averaged over PRESENCE_WINDOW pixels, at its maximum,
-  mapped linearly from PRESENCE_LOW (0) to PRESENCE_HIGH (1).
-- 19112 recogniser: input [?, 3, 48, ?] (batch and width dynamic), output
-  [T, N, C] log-probabilities over the printable ASCII symbols and the space
-  (declared as the alphabet) and the blank, last. Full-width forms and a few
-  typographic marks are folded into their ASCII symbols; the network's other
-  symbols (CJK and the rest of its 18,000) are left out and the remaining
-  classes renormalised, so a Latin reading never turns into a look-alike
-  glyph outside the alphabet.
+- 9112 detector: input [1, 3, 32..960, 32..960] (sides multiples of 32: the
+  engine scales larger working images down into it, as PaddleOCR's default
+  limit of 960 does); the DB probability map turned into pixel-and-link
+  outputs [1, 2, H/2, W/2] and [1, 16, H/2, W/2]. The text "kernels" are
+  where the map, max-pooled to half size, is at least TEXT_PROBABILITY; each
+  kernel is grown as DB's "unclip" step grows it, in proportion to its
+  thickness. Links keep the grown areas of neighbouring kernels (close lines
+  of a page) apart: kernel pixels link to kernel pixels, and every grown
+  pixel links to exactly one neighbour one step nearer to a kernel, so each
+  component is one kernel and the pixels that lead to it.
+- 9113 presence: input [1, 3, ?, ?], the picture at its own size; scaled
+  down in-graph (never up) to at most PRESENCE_SIDE pixels a side. [1, 2] =
+  (1 - m, m) with m the area of strip-shaped text the detector finds,
+  reaching 1 at PRESENCE_AREA pixels; round blobs (a cup, a face) and the
+  text area around them do not count.
+- 19112 recogniser: input [?, 3, 48, ?] (batch and width dynamic, stride 8),
+  output [T, N, C] log-probabilities over the printable ASCII symbols and the
+  space (declared as the alphabet) and the blank, last. Full-width forms and
+  a few typographic marks are folded into their ASCII symbols; the network's
+  other symbols (CJK and the rest of its 18,000) are left out and the
+  remaining classes renormalised, so a Latin reading never turns into a
+  look-alike glyph outside the alphabet.
 """
 
 import string
@@ -41,6 +45,7 @@ TEXT_PROBABILITY = 0.3
 UNCLIP = 1.5
 UNCLIP_SCALES = (1, 2, 3, 4, 6, 8, 11, 16)
 UNCLIP_BASE = 1              # every text area grows by at least this much
+DETECTOR_SIDE = 960          # the detector's input sides are bounded by this (0: unbounded)
 GROWTH_REACH = 16            # text pixels are at most this far from a kernel
 UNCLIP_COARSE = (4, 11)      # radii from which the unclip works on a grid 2 and 4 times coarser
 PRESENCE_SIDE = 640
@@ -159,7 +164,8 @@ def _on_off(value):
 
 def build_detector(core, network):
     """network: the DB network, a file or a model."""
-    shape = [1, 3, -1, -1]
+    side = ov.Dimension(STRIDE, DETECTOR_SIDE) if DETECTOR_SIDE else ov.Dimension()
+    shape = ov.PartialShape([1, 3, side, side])
     image, scaled = _normalised_input(shape)
     probability = _attach(core, network, scaled, shape)
     halved = ops.max_pool(probability, [2, 2], [1, 1], [1, 1], [1, 1], [3, 3], "floor").output(0)
