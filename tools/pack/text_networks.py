@@ -51,7 +51,7 @@ UNCLIP_COARSE = (4, 11)      # radii from which the unclip works on a grid 2 and
 PRESENCE_SIDE = 640
 PRESENCE_PROBABILITY = 0.5
 PRESENCE_THICKNESS = 48      # pixels (at the presence size) from which an area may be a blob
-PRESENCE_AREA = 300          # text pixels at the presence size that make the score 1
+PRESENCE_AREA = 200          # text pixels at the presence size that make the score 1
 
 QUANTISATION_LINES = 150
 QUANTISATION_PICTURES = 24
