@@ -44,7 +44,8 @@ RECOGNISER_SQUEEZE = 1.0     # the lines are narrowed by this factor before read
 TEXT_PROBABILITY = 0.3
 UNCLIP = 1.5
 UNCLIP_SCALES = (1, 2, 3, 4, 6, 8, 11, 16)
-UNCLIP_BASE = 1              # every text area grows by at least this much
+UNCLIP_EXTRA = 1             # added to every scale's growth
+UNCLIP_BASE = 2              # every text area grows by at least this much
 DETECTOR_SIDE = 960          # the detector's input sides are bounded by this (0: unbounded)
 GROWTH_REACH = 16            # text pixels are at most this far from a kernel
 UNCLIP_COARSE = (4, 11)      # radii from which the unclip works on a grid 2 and 4 times coarser
@@ -107,7 +108,7 @@ def _unclip(mask):
             coarse = ops.negative(ops.max_pool(ops.negative(mask), [factor, factor], [1, 1], [0, 0], [0, 0],
                                                [factor, factor], "floor").output(0))
         eroded = ops.negative(_pool(ops.negative(coarse), radius // factor))
-        scaled = _pool(eroded, int(round((radius + UNCLIP * radius) / factor)))
+        scaled = _pool(eroded, int(round((radius + UNCLIP * radius + UNCLIP_EXTRA) / factor)))
         if factor > 1:
             scaled = ops.interpolate(scaled, ops.constant(np.array([factor, factor], dtype=np.float32)), "nearest",
                                      "scales", axes=ops.constant(np.array([2, 3], dtype=np.int64)))
