@@ -7,7 +7,8 @@ for the engine to compare network variants.
 usage: check_text_networks.py MANIFEST OUT_JSONL [--cache DIR] [--sets S,S]
        [--threads N] [--set NAME=VALUE ...]   (overrides text_networks constants)
 
-Needs OpenCV in the Python that runs it (cv2) besides OpenVINO.
+Needs OpenCV (cv2) and SciPy in the Python that runs it, which are not among
+the project's requirements, besides OpenVINO (and NNCF for --quantise).
 """
 
 import argparse
