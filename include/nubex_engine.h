@@ -42,10 +42,9 @@
  * "alphabet" (a text recogniser's symbols in class order, one UTF-8 code
  * point each, the blank the class after the last; a reading is then kept
  * when the mean probability of its symbols is at least 0.5). An input whose
- * height and width are dynamic gets the picture at its own proportions: a
- * classifier or face network fitted into the dimensions' upper bounds (at its
- * size when unbounded), the text detector the working image (shrunk only to
- * fit the bounds), each side rounded to the stride; a recogniser with a fixed
+ * height and width are dynamic gets the picture (the text detector: the
+ * working image) at its own proportions, scaled down only where it exceeds
+ * the dimensions' upper bounds, each side rounded to the stride; a recogniser with a fixed
  * height and a dynamic width reads each region at that height and its own
  * width (at most the width's upper bound, else 50 heights), several regions
  * of similar widths per request when its batch is dynamic too (padded on

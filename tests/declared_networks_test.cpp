@@ -82,10 +82,10 @@ TEST(DeclaredNetworks, LetterboxedFacesAreInPicturePixels) {
 }
 
 TEST(DeclaredNetworks, DynamicInputsTakeThePictureAtItsProportions) {
-    // Fitted into 64 x 128 (height x width) by min(128 / 100, 64 / 30) and
-    // rounded to the stride of 16: 32 x 128.
-    EXPECT_EQ(scan(100, 30, "31,32"), document(100, 30, "\"scan_result\":[{\"Height\":3.2},{\"Width\":12.8}]"));
-    // A tall picture: 64 x 19.2, the width rounded down to one stride.
+    // Within the bounds 64 x 128 (height x width) already: each side rounded
+    // to the stride of 16, 32 x 96.
+    EXPECT_EQ(scan(100, 30, "31,32"), document(100, 30, "\"scan_result\":[{\"Height\":3.2},{\"Width\":9.6}]"));
+    // A tall picture, scaled down by 64 / 100 to 64 x 19.2: the width rounded down to one stride.
     EXPECT_EQ(scan(30, 100, "31,32"), document(30, 100, "\"scan_result\":[{\"Height\":6.4},{\"Width\":1.6}]"));
 }
 

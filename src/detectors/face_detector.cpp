@@ -77,7 +77,7 @@ struct FaceInput {
 
 FaceInput prepareFaceInput(const cv::Mat& image, const Inference::LoadedModel& model) {
     if (model.dynamicSize()) {
-        const cv::Size size = fittedInputSize(image.size(), model);
+        const cv::Size size = dynamicInputSize(image.size(), model);
         return {resizedTo(image, size), std::nullopt, size};
     }
     const auto height = static_cast<int>(model.inputDimension(2));

@@ -49,7 +49,7 @@ int roundedToStride(double length, int stride, std::int64_t lower, std::int64_t 
     return static_cast<int>(std::min<std::int64_t>(rounded, 1 << 30));
 }
 
-cv::Size dynamicInputSize(cv::Size picture, double scale, const Inference::LoadedModel& model) {
+cv::Size scaledInputSize(cv::Size picture, double scale, const Inference::LoadedModel& model) {
     const std::size_t channels = model.inputDimension(1);
     const auto limit = static_cast<double>(Inference::kMaxTensorElements);
     cv::Size size = roundedSize(picture, scale, model);
@@ -64,17 +64,7 @@ cv::Size dynamicInputSize(cv::Size picture, double scale, const Inference::Loade
     return size;
 }
 
-cv::Size fittedInputSize(cv::Size picture, const Inference::LoadedModel& model) {
-    const auto height = model.inputUpperBound(2);
-    const auto width = model.inputUpperBound(3);
-    double scale = 1.0;
-    if (height > 0 && width > 0) {
-        scale = std::min(static_cast<double>(width) / picture.width, static_cast<double>(height) / picture.height);
-    }
-    return dynamicInputSize(picture, scale, model);
-}
-
-cv::Size boundedInputSize(cv::Size picture, const Inference::LoadedModel& model) {
+cv::Size dynamicInputSize(cv::Size picture, const Inference::LoadedModel& model) {
     double scale = 1.0;
     if (const auto height = model.inputUpperBound(2); height > 0) {
         scale = std::min(scale, static_cast<double>(height) / picture.height);
@@ -82,13 +72,14 @@ cv::Size boundedInputSize(cv::Size picture, const Inference::LoadedModel& model)
     if (const auto width = model.inputUpperBound(3); width > 0) {
         scale = std::min(scale, static_cast<double>(width) / picture.width);
     }
-    return dynamicInputSize(picture, scale, model);
+    return scaledInputSize(picture, scale, model);
 }
 
 cv::Mat resizedTo(const cv::Mat& image, cv::Size size) {
     if (image.size() == size) return image;
     cv::Mat resized;
-    cv::resize(image, resized, size, 0, 0, cv::INTER_LINEAR);
+    const bool shrinks = size.width < image.cols && size.height < image.rows;
+    cv::resize(image, resized, size, 0, 0, shrinks ? cv::INTER_AREA : cv::INTER_LINEAR);
     return resized;
 }
 

@@ -23,18 +23,15 @@ int roundedToStride(double length, int stride, std::int64_t lower, std::int64_t 
 // proportions, scaled by `scale`: each side rounded to the declared stride
 // within the input's bounds, and the whole scaled down further where the
 // input would hold more than Inference::kMaxTensorElements values.
-cv::Size dynamicInputSize(cv::Size picture, double scale, const Inference::LoadedModel& model);
+cv::Size scaledInputSize(cv::Size picture, double scale, const Inference::LoadedModel& model);
 
-// A classifier's or a face detector's dynamic input: the picture scaled to
-// fit the input's upper bounds (up or down) when both height and width have
-// one, else at its own size.
-cv::Size fittedInputSize(cv::Size picture, const Inference::LoadedModel& model);
+// The size at which a network with a dynamic input is fed a picture (a text
+// detector: its working image): at its own proportions, scaled down (never
+// up) only where it exceeds the input's upper bounds.
+cv::Size dynamicInputSize(cv::Size picture, const Inference::LoadedModel& model);
 
-// A text detector's dynamic input: the working image, scaled down only where
-// it exceeds the input's upper bounds.
-cv::Size boundedInputSize(cv::Size picture, const Inference::LoadedModel& model);
-
-// Resizes with bilinear interpolation; an image of the size already is
+// Resizes for a dynamic input: by pixel areas where both sides shrink (no
+// aliasing of fine strokes), else bilinear; an image of the size already is
 // returned as it is.
 cv::Mat resizedTo(const cv::Mat& image, cv::Size size);
 

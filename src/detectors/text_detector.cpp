@@ -89,7 +89,7 @@ std::vector<cv::RotatedRect> detectTextRegions(const cv::Mat& workingImage, cons
     const auto channels = detector.inputDimension(1);
     cv::Size inputSize(static_cast<int>(detector.inputDimension(3)), static_cast<int>(detector.inputDimension(2)));
     // A dynamic input takes the working image at its own proportions.
-    if (detector.dynamicSize()) inputSize = boundedInputSize(workingImage.size(), detector);
+    if (detector.dynamicSize()) inputSize = dynamicInputSize(workingImage.size(), detector);
     if (inputSize.height == 0 || inputSize.width == 0) {
         throw std::logic_error("The text detection network input has no height or width.");
     }
@@ -100,7 +100,8 @@ std::vector<cv::RotatedRect> detectTextRegions(const cv::Mat& workingImage, cons
     if (input.size() != inputSize) {
         cv::Mat samples;
         input.convertTo(samples, CV_32F);
-        input = resizeForNetwork(samples, inputSize.width, inputSize.height, false);
+        input = detector.dynamicSize() ? resizedTo(samples, inputSize)
+                                       : resizeForNetwork(samples, inputSize.width, inputSize.height, false);
     }
 
     return Inference::infer(

@@ -16,8 +16,8 @@ section "nubex". The pack builder quantises them to 8 bits (quantised()).
   of a page) apart: kernel pixels link to kernel pixels, and every grown
   pixel links to exactly one neighbour one step nearer to a kernel, so each
   component is one kernel and the pixels that lead to it.
-- 9113 presence: input [1, 3, ?, ?], the picture at its own size; scaled
-  down in-graph (never up) to at most PRESENCE_SIDE pixels a side. [1, 2] =
+- 9113 presence: input [1, 3, 1..PRESENCE_SIDE, 1..PRESENCE_SIDE]: the engine
+  scales larger pictures down to fit (never up). [1, 2] =
   (1 - m, m) with m the area of strip-shaped text the detector finds,
   reaching 1 at PRESENCE_AREA pixels; round blobs (a cup, a face) and the
   text area around them do not count.
@@ -196,30 +196,17 @@ def _opening(mask, radius_y, radius_x):
     return _pool_box(eroded, radius_y, radius_x)
 
 
-def _fitted(image, side):
-    """The picture scaled down (never up) to at most side pixels a side,
-    sides rounded to multiples of STRIDE."""
-    shape = ops.convert(ops.shape_of(image), ov.Type.f32)
-    spatial = ops.gather(shape, ops.constant(np.array([2, 3], dtype=np.int64)), ops.constant(np.int64(0)))
-    longest = ops.reduce_max(spatial, ops.constant(np.array([0], dtype=np.int64)), True)
-    scale = ops.minimum(ops.divide(_constant(float(side)), longest), _constant(1.0))
-    sizes = ops.multiply(ops.round(ops.divide(ops.multiply(spatial, scale), _constant(float(STRIDE))), "half_to_even"),
-                         _constant(float(STRIDE)))
-    sizes = ops.convert(ops.maximum(sizes, _constant(float(STRIDE))), ov.Type.i64)
-    return ops.interpolate(image, sizes, "linear", "sizes", antialias=True,
-                           axes=ops.constant(np.array([2, 3], dtype=np.int64)))
-
-
 def build_presence(core, network):
-    """Text presence: the detector on the picture scaled down to at most
-    PRESENCE_SIDE pixels a side. Text areas are strips: an area that a square
+    """Text presence: the detector on the picture, which the engine scales
+    down to at most PRESENCE_SIDE pixels a side (input bounded to it). Text areas are strips: an area that a square
     of PRESENCE_THICKNESS fits into and that is not long (no box three times as
     long fits into it either way) is a blob (a cup, a face), and the text area
     around it is not counted. The score reaches 1 at PRESENCE_AREA text pixels."""
+    # Bounded: the engine scales larger pictures down to fit (never up).
+    side = ov.Dimension(1, PRESENCE_SIDE)
     shape = [1, 3, -1, -1]
-    image = ops.parameter(shape, ov.Type.f32, name="image")
-    fitted = _fitted(image, PRESENCE_SIDE)
-    scaled = ops.subtract(ops.multiply(fitted, _constant(1.0 / 127.5)), _constant(1.0))
+    image = ops.parameter(ov.PartialShape([1, 3, side, side]), ov.Type.f32, name="image")
+    scaled = ops.subtract(ops.multiply(image, _constant(1.0 / 127.5)), _constant(1.0))
     probability = _attach(core, network, scaled, shape)
     text = ops.convert(ops.greater_equal(probability, _constant(PRESENCE_PROBABILITY)), ov.Type.f32)
     coarse = ops.max_pool(text, [2, 2], [1, 1], [0, 0], [0, 0], [2, 2], "floor").output(0)  # a cell holding text
