@@ -1,8 +1,9 @@
-// The default pack: for each network, the engine's scan of the category it
-// serves against bare inference of the same compiled network on a prepared
-// input, measured alternately in one run. The text category's scan runs the
-// whole text pipeline (presence gate, detection, one recognition per word);
-// it is compared with the sum of those bare inferences.
+// The default pack: for each network of a fixed input size, the engine's scan
+// of the category it serves against bare inference of the same compiled
+// network on a prepared input, measured alternately in one run. The text
+// networks take each picture at its own size and read regions in batches, so
+// their share outside inference is measured on real pictures instead, with
+// perf (bench/real_pictures/engine_share.py).
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -12,7 +13,6 @@
 
 #include <benchmark/benchmark.h>
 #include <opencv2/imgcodecs.hpp>
-#include <rapidjson/document.h>
 
 #include "detectors/image_input.h"
 #include "engine/process_state.h"
@@ -76,18 +76,8 @@ void FaceDetector(benchmark::State& state) {
     compare(state, load(samples() + "/astronaut.png"), "8337", {{8337, 1}});
 }
 
-void TextPipeline(benchmark::State& state) {
-    const Picture sign = load(samples() + "/sign.png");
-    rapidjson::Document document;
-    document.Parse(scan(sign, "9112").c_str());
-    const int words = document.HasMember("text_details") ? static_cast<int>(document["text_details"].Size()) : 0;
-    compare(state, sign, "9112", {{9113, 1}, {9112, 1}, {19112, words}});
-    state.counters["words"] = words;
-}
-
 BENCHMARK(ContentClassifier)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(5.0);
 BENCHMARK(FaceDetector)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(5.0);
-BENCHMARK(TextPipeline)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(10.0);
 
 }  // namespace
 
