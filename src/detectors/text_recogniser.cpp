@@ -165,7 +165,8 @@ LineCut lineCut(const std::array<cv::Point2f, 4>& corners, const Inference::Load
         std::swap(length, thickness);
     }
     const auto height = static_cast<double>(recogniser.inputDimension(2));
-    const double width = thickness < 1.0f ? height : std::round(height * length / thickness);
+    double width = thickness < 1.0f ? height : std::round(height * length / thickness);
+    if (!std::isfinite(width)) width = height;
     cut.width = static_cast<int>(std::clamp(width, 1.0, static_cast<double>(widestLine(recogniser))));
     return cut;
 }
@@ -184,7 +185,7 @@ using Batch = std::vector<std::size_t>;
 // One region per request in order; with a dynamic batch, regions of similar
 // widths together, as many as fit the element limit.
 std::vector<Batch> planBatches(const std::vector<LineCut>& cuts, const Inference::LoadedModel& recogniser) {
-    std::vector<std::size_t> order(cuts.empty() ? 0 : cuts.size());
+    std::vector<std::size_t> order(cuts.size());
     for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
     std::vector<Batch> batches;
     if (!recogniser.dynamicSize() || !recogniser.dynamicBatch()) {
@@ -247,6 +248,9 @@ void readRegions(const cv::Mat& image, const std::vector<std::array<cv::Point2f,
     const auto alphabet = alphabetOf(recogniser);
     readings.assign(regions.size(), Reading{{}, 0.0});
     std::vector<LineCut> cuts;
+    if (recogniser.dynamicSize() && recogniser.inputDimension(2) == 0) {
+        throw std::logic_error("The recognition network input has no height or width.");
+    }
     if (recogniser.dynamicSize()) {
         for (const auto& corners : regions) cuts.push_back(lineCut(corners, recogniser));
     } else {

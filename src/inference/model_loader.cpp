@@ -64,8 +64,9 @@ void checkPortSizes(const ov::Model& model) {
 
 std::shared_ptr<ov::Model> prepare(std::shared_ptr<ov::Model> model, const LoadOptions& options) {
     if (model->inputs().size() != 1) throw std::logic_error("NubexEngine support topologies with 1 input only");
-    const bool dynamicSize = hasDynamicSize(model->input().get_partial_shape());
-    if (!(dynamicSize && options.keepsDynamicBatch)) fixBatchOfOne(model);
+    const ov::PartialShape declared = model->input().get_partial_shape();
+    const bool dynamicSize = hasDynamicSize(declared);
+    if (!(dynamicSize && options.keepsDynamicBatch && declared[0].is_dynamic())) fixBatchOfOne(model);
     ov::preprocess::PrePostProcessor processor(model);
     processor.input().tensor().set_element_type(options.inputType).set_layout("NCHW");
     processor.input().model().set_layout("NCHW");
