@@ -145,7 +145,7 @@ Form declaredForm(Bytes& bytes, ov::PartialShape& input) {
         form.alphabetSymbols = bytes.next() % 12;
         std::string alphabet;
         for (std::size_t i = 0; i < form.alphabetSymbols; ++i) alphabet += kSymbols[bytes.next() % std::size(kSymbols)];
-        if (flags & 0x80) alphabet.pop_back();  // maybe cut inside a symbol
+        if ((flags & 0x80) && !alphabet.empty()) alphabet.pop_back();  // maybe cut inside a symbol
         form.declarations.emplace_back("alphabet", alphabet);
     }
     return form;
