@@ -30,6 +30,24 @@ cv::Size roundedSize(cv::Size picture, double scale, const Inference::LoadedMode
     return {side(picture.width, 3), side(picture.height, 2)};
 }
 
+// The picture scaled by `scale`, each side rounded to the stride within the
+// input's bounds, and scaled down further where the input would hold more
+// than Inference::kMaxTensorElements values.
+cv::Size scaledInputSize(cv::Size picture, double scale, const Inference::LoadedModel& model) {
+    const std::size_t channels = model.inputDimension(1);
+    const auto limit = static_cast<double>(Inference::kMaxTensorElements);
+    cv::Size size = roundedSize(picture, scale, model);
+    for (int attempt = 0; attempt < kShrinkAttempts && elementCount(size, channels) > limit; ++attempt) {
+        scale *= std::sqrt(limit / elementCount(size, channels)) * 0.95;
+        size = roundedSize(picture, scale, model);
+    }
+    if (elementCount(size, channels) > limit) {
+        throw std::logic_error("The network's input bounds leave no size within the engine's limit of " +
+                               std::to_string(Inference::kMaxTensorElements) + " elements.");
+    }
+    return size;
+}
+
 }  // namespace
 
 cv::Rect letterboxArea(cv::Size picture, cv::Size input) {
@@ -47,21 +65,6 @@ int roundedToStride(double length, int stride, std::int64_t lower, std::int64_t 
     if (upper > 0 && rounded > upper) rounded = std::max<std::int64_t>(upper / stride * stride, std::min<std::int64_t>(upper, stride));
     rounded = std::max(rounded, lower);
     return static_cast<int>(std::min<std::int64_t>(rounded, 1 << 30));
-}
-
-cv::Size scaledInputSize(cv::Size picture, double scale, const Inference::LoadedModel& model) {
-    const std::size_t channels = model.inputDimension(1);
-    const auto limit = static_cast<double>(Inference::kMaxTensorElements);
-    cv::Size size = roundedSize(picture, scale, model);
-    for (int attempt = 0; attempt < kShrinkAttempts && elementCount(size, channels) > limit; ++attempt) {
-        scale *= std::sqrt(limit / elementCount(size, channels)) * 0.95;
-        size = roundedSize(picture, scale, model);
-    }
-    if (elementCount(size, channels) > limit) {
-        throw std::logic_error("The network's input bounds leave no size within the engine's limit of " +
-                               std::to_string(Inference::kMaxTensorElements) + " elements.");
-    }
-    return size;
 }
 
 cv::Size dynamicInputSize(cv::Size picture, const Inference::LoadedModel& model) {

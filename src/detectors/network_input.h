@@ -19,12 +19,6 @@ cv::Rect letterboxArea(cv::Size picture, cv::Size input);
 // stride, then kept within [lower, upper] (an upper bound of 0 is none).
 int roundedToStride(double length, int stride, std::int64_t lower, std::int64_t upper);
 
-// The size at which a network with a dynamic input is fed a picture of its own
-// proportions, scaled by `scale`: each side rounded to the declared stride
-// within the input's bounds, and the whole scaled down further where the
-// input would hold more than Inference::kMaxTensorElements values.
-cv::Size scaledInputSize(cv::Size picture, double scale, const Inference::LoadedModel& model);
-
 // The size at which a network with a dynamic input is fed a picture (a text
 // detector: its working image): at its own proportions, scaled down (never
 // up) only where it exceeds the input's upper bounds.

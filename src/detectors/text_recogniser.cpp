@@ -62,8 +62,7 @@ Reading greedyDecode(const float* scores, std::size_t rows, std::size_t rowLengt
 }
 
 Resources::RecogniserAlphabet alphabetOf(const Inference::LoadedModel& recogniser) {
-    if (recogniser.declared.alphabet.empty()) return {};
-    return Resources::RecogniserAlphabet(recogniser.declared.alphabet);
+    return Resources::RecogniserAlphabet::of(recogniser.declared.alphabet);
 }
 
 bool isLegible(const Reading& reading, const Resources::RecogniserAlphabet& alphabet) {

@@ -147,8 +147,7 @@ std::string checkTextDetection(const Inference::LoadedModel& model) {
 }
 
 std::string checkTextRecognition(const Inference::LoadedModel& model) {
-    const auto alphabet = model.declared.alphabet.empty() ? Resources::RecogniserAlphabet()
-                                                          : Resources::RecogniserAlphabet(model.declared.alphabet);
+    const auto alphabet = Resources::RecogniserAlphabet::of(model.declared.alphabet);
     const std::string classes = std::to_string(alphabet.classCount());
     const std::string scored = alphabet.isDeclared()
                                    ? std::to_string(model.declared.alphabet.size()) + " declared symbols and the blank"

@@ -20,6 +20,10 @@ class RecogniserAlphabet {
 public:
     RecogniserAlphabet() = default;
     explicit RecogniserAlphabet(const std::vector<std::string>& declared) : declared_(&declared) {}
+    // The declared symbols, or the fixed alphabet when none are declared.
+    static RecogniserAlphabet of(const std::vector<std::string>& declared) {
+        return declared.empty() ? RecogniserAlphabet() : RecogniserAlphabet(declared);
+    }
 
     bool isDeclared() const { return declared_ != nullptr; }
     // Classes per step: the symbols and the blank.
